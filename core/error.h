@@ -1,0 +1,137 @@
+// The core error services: error codes by dotted name, error records with a message and a source
+// location, and the exception that carries them.
+//
+// An ErrorCode is a process-wide object, defined at namespace scope by the code that raises it
+// and kept until the library unloads. An error is an immutable ErrorInfo shared by reference
+// count; ErrorException carries one and derives from std::exception, so a host that knows nothing
+// of this library still gets a readable what():
+//   "error.n7crypto.srp.invalidArg: Invalid argument [at N7A::Foo, Utility/Authentication:42]"
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "core/refcount.h"
+#include "platform/export.h"
+
+namespace n7core {
+
+// One error code, named by a dotted path that begins "error." and then names the library and the
+// area ("error.n7crypto.srp.invalidArg"). Construction registers the code for find(); codes are
+// compared by address.
+class N7_EXPORT ErrorCode {
+ public:
+  // `name` must outlive the code (a string literal). `exported` is always true in this library:
+  // the code is visible to find().
+  ErrorCode(const char* name, bool exported);
+  ~ErrorCode();
+  ErrorCode(const ErrorCode&) = delete;
+  ErrorCode& operator=(const ErrorCode&) = delete;
+
+  const char* name() const noexcept { return name_; }
+
+  // The registered code with this name, or null.
+  static const ErrorCode* find(std::string_view name);
+
+ private:
+  const char* name_;
+};
+
+// Where an error was raised: a function label, a source file label and a line.
+class N7_EXPORT SourceLocation {
+ public:
+  constexpr SourceLocation() = default;
+  constexpr SourceLocation(const char* function, const char* file, int line)
+      : function_(function), file_(file), line_(line) {}
+
+  const char* function() const noexcept { return function_; }
+  const char* file() const noexcept { return file_; }
+  int line() const noexcept { return line_; }
+
+ private:
+  const char* function_ = "";
+  const char* file_ = "";
+  int line_ = 0;
+};
+
+// One error: its code, its fixed narrow message and where it was raised. Immutable once created.
+class N7_EXPORT ErrorInfo final : public RefCounted<AtomicRefCount> {
+ public:
+  static RefCountPtr<const ErrorInfo> create(const ErrorCode& code, std::string message,
+                                             const SourceLocation& location);
+
+  const ErrorCode& code() const noexcept { return *code_; }
+  const std::string& message() const noexcept { return message_; }
+  const SourceLocation& location() const noexcept { return location_; }
+  // "code: message [at function, file:line]".
+  std::string to_string() const;
+
+ private:
+  ErrorInfo(const ErrorCode& code, std::string message, const SourceLocation& location);
+
+  const ErrorCode* code_;
+  std::string message_;
+  SourceLocation location_;
+};
+
+// The exception that carries an ErrorInfo.
+class N7_EXPORT ErrorException : public std::exception {
+ public:
+  explicit ErrorException(RefCountPtr<const ErrorInfo> info);
+
+  const ErrorInfo& info() const noexcept { return *info_; }
+  const RefCountPtr<const ErrorInfo>& info_ptr() const noexcept { return info_; }
+  // Code, message and location, as ErrorInfo::to_string().
+  const char* what() const noexcept override;
+
+  [[noreturn]] static void throw_error(RefCountPtr<const ErrorInfo> info);
+
+ private:
+  RefCountPtr<const ErrorInfo> info_;
+  std::string what_;
+};
+
+// Creates the error and throws it.
+[[noreturn]] N7_EXPORT void throw_error(const ErrorCode& code, std::string message,
+                                        const SourceLocation& location);
+
+// Throws "error.n7core.winerror" for a Windows error code, with the code in the message
+// ("Windows error 14"). `exported` is always true in this library.
+[[noreturn]] N7_EXPORT void throw_winerror(const SourceLocation& location, std::uint32_t error,
+                                           bool exported);
+
+// A checked narrowing (safe_cast.h) would change the value: throw with the target type's name
+// and the 64-bit value.
+[[noreturn]] N7_EXPORT void safe_cast_throw_value_truncated(const char* type, std::int64_t value);
+[[noreturn]] N7_EXPORT void safe_cast_throw_value_truncated(const char* type, std::uint64_t value);
+[[noreturn]] N7_EXPORT void safe_cast_throw_sign_reversal(const char* type, std::int64_t value);
+[[noreturn]] N7_EXPORT void safe_cast_throw_sign_reversal(const char* type, std::uint64_t value);
+[[noreturn]] N7_EXPORT void safe_cast_throw_negative_to_unsigned(const char* type,
+                                                                 std::int64_t value);
+
+// Stores in `out` the error for `text[0..length)` that is not a number of type `type`
+// ("error.n7core.string.notANumber").
+N7_EXPORT void string_to_failure(const char* text, std::size_t length, const char* type,
+                                 RefCountPtr<const ErrorInfo>& out);
+
+// Throws "error.n7core.string.embeddedNul": a text that must end at its terminator holds a NUL
+// within its length.
+[[noreturn]] N7_EXPORT void raise_embedded_nul_error();
+
+// The codes n7core raises itself.
+namespace errors {
+N7_EXPORT extern const ErrorCode winerror;              // error.n7core.winerror
+N7_EXPORT extern const ErrorCode value_truncated;       // error.n7core.safeCast.valueTruncated
+N7_EXPORT extern const ErrorCode sign_reversal;         // error.n7core.safeCast.signReversal
+N7_EXPORT extern const ErrorCode negative_to_unsigned;  // error.n7core.safeCast.negativeToUnsigned
+N7_EXPORT extern const ErrorCode not_a_number;          // error.n7core.string.notANumber
+N7_EXPORT extern const ErrorCode embedded_nul;          // error.n7core.string.embeddedNul
+N7_EXPORT extern const ErrorCode invalid_utf8;          // error.n7core.string.invalidUtf8
+N7_EXPORT extern const ErrorCode invalid_utf16;         // error.n7core.string.invalidUtf16
+N7_EXPORT extern const ErrorCode base64_invalid_character;  // error.n7core.base64.invalidCharacter
+N7_EXPORT extern const ErrorCode base64_truncated;          // error.n7core.base64.truncatedSequence
+}  // namespace errors
+
+}  // namespace n7core

@@ -1,0 +1,24 @@
+// libn7utility: every public header of the library.
+#pragma once
+
+// Platform layer: Win32 and framework names over Linux.
+#include "platform/Clock.h"
+#include "platform/KernelObjects.h"
+#include "platform/ManualClock.h"
+#include "platform/N7DateTime.h"
+#include "platform/SyncObjects.h"
+#include "platform/Thread.h"
+#include "platform/Time.h"
+#include "platform/windows_types.h"
+
+// Core services.
+#include "core/base64.h"
+#include "core/cpu.h"
+#include "core/error.h"
+#include "core/refcount.h"
+#include "core/safe_cast.h"
+#include "core/text.h"
+#include "core/trace.h"
+
+// The library's families.
+#include "Utility/Scheduler.h"

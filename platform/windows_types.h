@@ -1,0 +1,75 @@
+// The Win32 base types, constants and error codes that the library's interfaces are written in,
+// with their Windows widths (DWORD is 32 bits here too).
+#pragma once
+
+#include <cstdint>
+
+using BOOL = int;
+using BYTE = std::uint8_t;
+using WORD = std::uint16_t;
+using DWORD = std::uint32_t;
+using LONG = std::int32_t;
+using ULONG = std::uint32_t;
+using UINT = unsigned int;
+using LONGLONG = std::int64_t;
+using ULONGLONG = std::uint64_t;
+using WCHAR = wchar_t;
+using LPVOID = void*;
+using LPCVOID = const void*;
+using LPWSTR = wchar_t*;
+using LPCWSTR = const wchar_t*;
+using LPSTR = char*;
+using LPCSTR = const char*;
+using LPDWORD = DWORD*;
+
+// An opaque reference to an object of the platform layer (event, mutex, thread, ...).
+using HANDLE = void*;
+
+#ifndef TRUE
+#define TRUE 1
+#endif
+#ifndef FALSE
+#define FALSE 0
+#endif
+
+inline constexpr DWORD INFINITE = 0xFFFFFFFFu;
+inline constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
+inline constexpr DWORD WAIT_OBJECT_0 = 0x00000000u;
+inline constexpr DWORD WAIT_ABANDONED_0 = 0x00000080u;
+inline constexpr DWORD WAIT_TIMEOUT = 0x00000102u;
+inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFFu;
+
+inline constexpr DWORD ERROR_SUCCESS = 0;
+inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
+inline constexpr DWORD ERROR_ACCESS_DENIED = 5;
+inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
+inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
+inline constexpr DWORD ERROR_OUTOFMEMORY = 14;
+inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+
+inline constexpr int THREAD_PRIORITY_NORMAL = 0;
+inline constexpr DWORD CREATE_SUSPENDED = 0x00000004u;
+
+struct SECURITY_ATTRIBUTES {
+  DWORD nLength;
+  LPVOID lpSecurityDescriptor;
+  BOOL bInheritHandle;
+};
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+
+// A count of 100-nanosecond intervals since 1601-01-01 00:00:00 UTC, split in two halves.
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
+struct SYSTEMTIME {
+  WORD wYear;
+  WORD wMonth;
+  WORD wDayOfWeek;
+  WORD wDay;
+  WORD wHour;
+  WORD wMinute;
+  WORD wSecond;
+  WORD wMilliseconds;
+};
