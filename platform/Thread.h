@@ -9,6 +9,16 @@
 
 using AFX_THREADPROC = UINT (*)(LPVOID);
 
+inline constexpr int THREAD_PRIORITY_IDLE = -15;
+inline constexpr int THREAD_PRIORITY_LOWEST = -2;
+inline constexpr int THREAD_PRIORITY_BELOW_NORMAL = -1;
+inline constexpr int THREAD_PRIORITY_ABOVE_NORMAL = 1;
+inline constexpr int THREAD_PRIORITY_HIGHEST = 2;
+inline constexpr int THREAD_PRIORITY_TIME_CRITICAL = 15;
+inline constexpr int THREAD_PRIORITY_ERROR_RETURN = 0x7FFFFFFF;
+// The exit code of a thread that is still running.
+inline constexpr DWORD STILL_ACTIVE = 259;
+
 class N7_EXPORT CWinThread {
  public:
   CWinThread();
@@ -21,7 +31,11 @@ class N7_EXPORT CWinThread {
   // CREATE_SUSPENDED in `flags` it waits for ResumeThread before it runs.
   BOOL CreateThread(DWORD flags = 0, UINT stack_size = 0, LPSECURITY_ATTRIBUTES security = nullptr);
   // Decrements the suspend count and returns the previous one; the thread runs when it reaches 0.
+  // (DWORD)-1 with ERROR_INVALID_HANDLE when no thread was created.
   DWORD ResumeThread();
+  // The priority is recorded and reported back; it does not change how the thread is scheduled.
+  // THREAD_PRIORITY_ERROR_RETURN / FALSE (ERROR_INVALID_HANDLE) before the thread is created;
+  // SetThreadPriority accepts the THREAD_PRIORITY_* levels (else ERROR_INVALID_PARAMETER).
   int GetThreadPriority();
   BOOL SetThreadPriority(int priority);
   operator HANDLE() const { return m_hThread; }  // NOLINT(google-explicit-constructor)
@@ -43,6 +57,10 @@ class N7_EXPORT CWinThread {
 N7_EXPORT CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param,
                                      int priority = THREAD_PRIORITY_NORMAL, UINT stack_size = 0,
                                      DWORD flags = 0, LPSECURITY_ATTRIBUTES security = nullptr);
+
+// The value the thread's procedure returned, or STILL_ACTIVE while it runs. FALSE with
+// ERROR_INVALID_HANDLE when `thread` is not a thread handle.
+N7_EXPORT BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code);
 
 // The calling thread's identifier (the kernel's thread id).
 N7_EXPORT DWORD GetCurrentThreadId();

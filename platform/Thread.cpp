@@ -1,0 +1,218 @@
+#include "platform/Thread.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "platform/KernelObjects.h"
+#include "platform/KernelObjects_internal.h"
+
+namespace n7platform::internal {
+namespace {
+
+// The kernel object of a thread, signalled when its procedure returns. It also carries what the
+// creator and the new thread hand each other: the thread may outlive its CWinThread and the
+// CWinThread may outlive the thread, so neither keeps this state.
+class ThreadObject final : public KernelObject {
+ public:
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) { return ended; }
+  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) { return false; }
+
+  void End(UINT code) REQUIRES(KernelLock()) {
+    exit_code = code;
+    ended = true;
+    SatisfyWaiters();
+  }
+
+  CWinThread* owner GUARDED_BY(KernelLock()) = nullptr;  // null once the CWinThread is deleted
+  DWORD suspend_count GUARDED_BY(KernelLock()) = 0;
+  int priority GUARDED_BY(KernelLock()) = THREAD_PRIORITY_NORMAL;
+  DWORD id GUARDED_BY(KernelLock()) = 0;
+  bool started GUARDED_BY(KernelLock()) = false;
+  bool ended GUARDED_BY(KernelLock()) = false;
+  UINT exit_code GUARDED_BY(KernelLock()) = STILL_ACTIVE;
+  // Signalled when `started` is set and when `suspend_count` drops to 0.
+  std::condition_variable changed;
+};
+
+void* ThreadMain(void* argument) {
+  const std::shared_ptr<ThreadObject> self = [argument] {
+    std::unique_ptr<std::shared_ptr<ThreadObject>> start(
+        static_cast<std::shared_ptr<ThreadObject>*>(argument));
+    return std::move(*start);
+  }();
+
+  AFX_THREADPROC proc = nullptr;
+  LPVOID param = nullptr;
+  {
+    KernelGuard guard;
+    proc = self->owner->m_pfnThreadProc;
+    param = self->owner->m_pThreadParams;
+    self->id = GetCurrentThreadId();
+    self->started = true;
+    self->changed.notify_all();
+    while (self->suspend_count > 0) self->changed.wait(guard.lock());
+  }
+
+  const UINT exit_code = proc(param);
+
+  // Once the object is signalled, a CWinThread that does not delete itself may be deleted by
+  // whoever waited for it, so decide about it before.
+  CWinThread* to_delete = nullptr;
+  {
+    KernelGuard guard;
+    if (self->owner != nullptr && self->owner->m_bAutoDelete) to_delete = self->owner;
+    self->End(exit_code);
+  }
+  delete to_delete;
+  return nullptr;
+}
+
+// Starts a detached pthread running ThreadMain for `object`.
+bool StartThread(const std::shared_ptr<ThreadObject>& object, UINT stack_size) {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return false;
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  if (stack_size != 0) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t minimum = static_cast<std::size_t>(PTHREAD_STACK_MIN);
+    const std::size_t size = (std::max<std::size_t>(stack_size, minimum) + page - 1) / page * page;
+    pthread_attr_setstacksize(&attributes, size);
+  }
+  auto* argument = new std::shared_ptr<ThreadObject>(object);
+  pthread_t thread;
+  const int error = pthread_create(&thread, &attributes, ThreadMain, argument);
+  pthread_attr_destroy(&attributes);
+  if (error != 0) delete argument;
+  return error == 0;
+}
+
+bool IsPriorityLevel(int priority) {
+  switch (priority) {
+    case THREAD_PRIORITY_IDLE:
+    case THREAD_PRIORITY_LOWEST:
+    case THREAD_PRIORITY_BELOW_NORMAL:
+    case THREAD_PRIORITY_NORMAL:
+    case THREAD_PRIORITY_ABOVE_NORMAL:
+    case THREAD_PRIORITY_HIGHEST:
+    case THREAD_PRIORITY_TIME_CRITICAL:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+}  // namespace n7platform::internal
+
+using n7platform::internal::KernelGuard;
+using n7platform::internal::ThreadObject;
+
+struct CWinThread::State {
+  std::shared_ptr<ThreadObject> object;
+};
+
+CWinThread::CWinThread() = default;
+
+CWinThread::CWinThread(AFX_THREADPROC proc, LPVOID param)
+    : m_pfnThreadProc(proc), m_pThreadParams(param) {}
+
+CWinThread::~CWinThread() {
+  if (state_ != nullptr) {
+    KernelGuard guard;
+    state_->object->owner = nullptr;
+  }
+  if (m_hThread != nullptr) CloseHandle(m_hThread);
+  delete state_;
+}
+
+BOOL CWinThread::CreateThread(DWORD flags, UINT stack_size, LPSECURITY_ATTRIBUTES /*security*/) {
+  // A thread without a procedure has nothing to run; a second thread per object is not allowed.
+  if (m_pfnThreadProc == nullptr || state_ != nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  auto object = std::make_shared<ThreadObject>();
+  KernelGuard guard;
+  HANDLE handle = n7platform::internal::InsertHandle(object);
+  if (handle == nullptr) return FALSE;
+  object->owner = this;
+  // One suspension more than asked for holds the thread until this object is filled in: its
+  // procedure may read it, and an auto-deleting thread may delete it as soon as it ends.
+  object->suspend_count = (flags & CREATE_SUSPENDED) != 0 ? 2 : 1;
+  if (!n7platform::internal::StartThread(object, stack_size)) {
+    n7platform::internal::RemoveHandle(handle);
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return FALSE;
+  }
+  object->changed.wait(guard.lock(), [&] {
+    n7platform::internal::KernelLock().AssertHeld();
+    return object->started;
+  });
+  m_hThread = handle;
+  m_nThreadID = object->id;
+  state_ = new State{object};
+  if (--object->suspend_count == 0) object->changed.notify_all();
+  return TRUE;
+}
+
+DWORD CWinThread::ResumeThread() {
+  if (state_ == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return static_cast<DWORD>(-1);
+  }
+  KernelGuard guard;
+  ThreadObject& object = *state_->object;
+  const DWORD previous = object.suspend_count;
+  if (previous > 0 && --object.suspend_count == 0) object.changed.notify_all();
+  return previous;
+}
+
+int CWinThread::GetThreadPriority() {
+  if (state_ == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return THREAD_PRIORITY_ERROR_RETURN;
+  }
+  KernelGuard guard;
+  return state_->object->priority;
+}
+
+BOOL CWinThread::SetThreadPriority(int priority) {
+  if (state_ == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  if (!n7platform::internal::IsPriorityLevel(priority)) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  KernelGuard guard;
+  state_->object->priority = priority;
+  return TRUE;
+}
+
+CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param, int priority, UINT stack_size,
+                           DWORD flags, LPSECURITY_ATTRIBUTES security) {
+  auto thread = std::make_unique<CWinThread>(proc, param);
+  if (!thread->CreateThread(flags | CREATE_SUSPENDED, stack_size, security)) return nullptr;
+  thread->SetThreadPriority(priority);
+  // Once resumed, an auto-deleting thread may end and delete itself at any moment.
+  CWinThread* started = thread.release();
+  if ((flags & CREATE_SUSPENDED) == 0) started->ResumeThread();
+  return started;
+}
+
+BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code) {
+  KernelGuard guard;
+  auto* object = n7platform::internal::FindObjectOf<ThreadObject>(thread);
+  if (object == nullptr) return FALSE;
+  *exit_code = object->exit_code;
+  return TRUE;
+}
+
+DWORD GetCurrentThreadId() {
+  thread_local const auto id = static_cast<DWORD>(gettid());
+  return id;
+}
