@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Checks the installed library from the outside: installs the build tree into a scratch prefix,
+# checks the layout, builds consumer.cpp against the prefix with pkg-config and with
+# find_package(n7utility), runs both, and runs the installed n7util.
+#
+# Usage: check_install.sh BUILD_DIR WORK_DIR CXX_COMPILER CMAKE_GENERATOR
+# WORK_DIR is emptied first and kept afterwards, for a look at what went wrong.
+set -euo pipefail
+
+if (($# != 4)); then
+  echo "usage: $0 BUILD_DIR WORK_DIR CXX_COMPILER CMAKE_GENERATOR" >&2
+  exit 2
+fi
+build=$1
+work=$2
+cxx=$3
+generator=$4
+here=$(cd "$(dirname "$0")" && pwd)
+prefix=$work/prefix
+
+fail() {
+  echo "check_install: FAIL: $*" >&2
+  exit 1
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+cmake --install "$build" --prefix "$prefix" >"$work/install.log"
+echo "installed into $prefix"
+
+for file in lib/libn7utility.so include/n7utility/n7utility.h \
+  include/n7utility/platform/export.h include/n7utility/core/trace.h \
+  include/n7utility/Utility/Scheduler.h lib/pkgconfig/n7utility.pc \
+  lib/cmake/n7utility/n7utilityConfig.cmake lib/cmake/n7utility/n7utilityConfigVersion.cmake \
+  bin/n7util; do
+  [[ -e $prefix/$file ]] || fail "$file is not installed"
+done
+compgen -G "$prefix/lib/libn7utility.so.[0-9]*" >/dev/null || fail "no soname link installed"
+private=$(find "$prefix/include" -name '*_internal.h' -o -name '*_test.h')
+[[ -z $private ]] || fail "private headers installed: $private"
+
+run_consumer() {
+  local program=$1 output
+  output=$("$program") || fail "$program exited with $?"
+  [[ $output == OK ]] || fail "$program printed '$output', not OK"
+  echo "$program: OK"
+}
+
+# pkg-config, with the warnings a careful consumer builds with: the public headers must be clean.
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+read -ra flags <<<"$(pkg-config --cflags --libs n7utility)"
+libdir=$(pkg-config --variable=libdir n7utility)
+"$cxx" -std=c++20 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror \
+  "$here/consumer.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/consumer-pkgconfig"
+run_consumer "$work/consumer-pkgconfig"
+
+# The CMake package; the build tree's rpath points at the prefix.
+cmake -S "$here" -B "$work/consumer-cmake" -G "$generator" -DCMAKE_CXX_COMPILER="$cxx" \
+  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF >"$work/consumer-cmake.log"
+cmake --build "$work/consumer-cmake"
+run_consumer "$work/consumer-cmake/consumer"
+
+# The installed tool finds the installed library through its own rpath.
+version=$("$prefix/bin/n7util" --version) || fail "n7util --version exited with $?"
+[[ $version =~ ^n7util\ [0-9]+\.[0-9]+\.[0-9]+$ ]] || fail "n7util --version printed '$version'"
+echo "$version: OK"

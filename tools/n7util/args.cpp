@@ -1,0 +1,89 @@
+// Command-line parsing shared by n7util's command groups.
+#include "args.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "command.h"
+
+namespace n7util {
+namespace {
+
+const OptionSpec* find_option(std::initializer_list<OptionSpec> options, std::string_view name) {
+  const auto* found = std::find_if(options.begin(), options.end(),
+                                   [name](const OptionSpec& spec) { return spec.name == name; });
+  return found == options.end() ? nullptr : found;
+}
+
+[[noreturn]] void throw_usage(std::string_view first, std::string_view second = {},
+                              std::string_view third = {}) {
+  std::string message(first);
+  message.append(second).append(third);
+  throw UsageError(message);
+}
+
+}  // namespace
+
+Args::Args(const std::vector<std::string_view>& args, std::initializer_list<OptionSpec> options) {
+  bool options_ended = false;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string_view arg = args[i];
+    if (options_ended || arg == "-" || !arg.starts_with('-')) {
+      operands_.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      options_ended = true;
+      continue;
+    }
+    if (!arg.starts_with("--")) throw_usage("unknown option '", arg, "'");
+
+    std::string_view name = arg.substr(2);
+    std::optional<std::string_view> inline_value;
+    if (const auto equals = name.find('='); equals != std::string_view::npos) {
+      inline_value = name.substr(equals + 1);
+      name = name.substr(0, equals);
+    }
+    const OptionSpec* spec = find_option(options, name);
+    if (spec == nullptr) throw_usage("unknown option '--", name, "'");
+
+    std::string_view value;
+    if (!spec->takes_value) {
+      if (inline_value) throw_usage("option '--", name, "' takes no value");
+    } else if (inline_value) {
+      value = *inline_value;
+    } else if (i + 1 < args.size()) {
+      value = args[++i];
+    } else {
+      throw_usage("option '--", name, "' needs a value");
+    }
+    options_.insert_or_assign(std::string(name), value);
+  }
+}
+
+bool Args::has(std::string_view name) const { return options_.find(name) != options_.end(); }
+
+std::optional<std::string_view> Args::value(std::string_view name) const {
+  const auto found = options_.find(name);
+  if (found == options_.end()) return std::nullopt;
+  return found->second;
+}
+
+void Args::expect_operands(std::size_t min, std::size_t max) const {
+  if (operands_.size() < min) throw_usage("missing operand");
+  if (operands_.size() > max) throw_usage("unexpected operand '", operands_[max], "'");
+}
+
+std::int64_t parse_integer(std::string_view text, std::int64_t min, std::int64_t max,
+                           std::string_view what) {
+  std::int64_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (text.empty() || error != std::errc() || stop != end || value < min || value > max) {
+    throw UsageError(std::string(what) + " must be a whole number from " + std::to_string(min) +
+                     " to " + std::to_string(max) + ", not '" + std::string(text) + "'");
+  }
+  return value;
+}
+
+}  // namespace n7util

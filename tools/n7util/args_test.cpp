@@ -1,0 +1,80 @@
+// Tests of the command-line parsing the command groups share.
+#include "args.h"
+
+#include <gtest/gtest.h>
+
+#include "command.h"
+
+namespace n7util {
+namespace {
+
+using Argv = std::vector<std::string_view>;
+
+const std::initializer_list<OptionSpec> kOptions = {
+    {"first-line", true}, {"uri", true}, {"quiet", false}};
+
+TEST(ArgsTest, OptionsAndOperandsInAnyOrder) {
+  const Args args(Argv{"a.xml", "--first-line", "7", "--quiet", "--uri=file:///x", "-", "b"},
+                  kOptions);
+  EXPECT_EQ(args.value("first-line"), "7");
+  EXPECT_EQ(args.value("uri"), "file:///x");
+  EXPECT_TRUE(args.has("quiet"));
+  EXPECT_EQ(args.value("quiet"), "");
+  EXPECT_FALSE(args.value("nothing").has_value());
+  EXPECT_EQ(args.operands(), (Argv{"a.xml", "-", "b"}));
+}
+
+TEST(ArgsTest, ValuesAreTakenVerbatim) {
+  // A separate value may start with dashes; an inline value may be empty or hold '='.
+  const Args args(Argv{"--uri", "--quiet", "--first-line=", "--uri=a=b"}, kOptions);
+  EXPECT_EQ(args.value("uri"), "a=b");  // the last one given
+  EXPECT_EQ(args.value("first-line"), "");
+  EXPECT_FALSE(args.has("quiet"));
+}
+
+TEST(ArgsTest, DoubleDashEndsOptions) {
+  const Args args(Argv{"--quiet", "--", "--uri", "-x"}, kOptions);
+  EXPECT_TRUE(args.has("quiet"));
+  EXPECT_FALSE(args.has("uri"));
+  EXPECT_EQ(args.operands(), (Argv{"--uri", "-x"}));
+}
+
+TEST(ArgsTest, MalformedCommandLinesAreUsageErrors) {
+  const Argv bad[] = {{"--nope"}, {"-q"}, {"--quiet=yes"}, {"--uri"}, {"a", "--first-line"},
+                      {"--=x"}};
+  for (const Argv& argv : bad) {
+    EXPECT_THROW(Args(argv, kOptions), UsageError) << argv.front();
+  }
+}
+
+TEST(ArgsTest, OperandCount) {
+  const Args args(Argv{"a", "b"}, {});
+  EXPECT_NO_THROW(args.expect_operands(2, 2));
+  EXPECT_NO_THROW(args.expect_operands(0, 3));
+  EXPECT_THROW(args.expect_operands(3, 4), UsageError);
+  try {
+    args.expect_operands(0, 1);
+    FAIL() << "no UsageError";
+  } catch (const UsageError& error) {
+    EXPECT_STREQ(error.what(), "unexpected operand 'b'");
+  }
+}
+
+TEST(ArgsTest, ParseInteger) {
+  EXPECT_EQ(parse_integer("42", 0, 100, "N"), 42);
+  EXPECT_EQ(parse_integer("-5", -10, 10, "N"), -5);
+  EXPECT_EQ(parse_integer("100", 0, 100, "N"), 100);
+  for (const std::string_view bad :
+       {"", "+1", " 1", "1 ", "1x", "0x10", "101", "-1", "99999999999999999999"}) {
+    EXPECT_THROW(parse_integer(bad, 0, 100, "N"), UsageError) << '"' << bad << '"';
+  }
+  try {
+    parse_integer("x", 1, 9, "--first-line");
+    FAIL() << "no UsageError";
+  } catch (const UsageError& error) {
+    EXPECT_STREQ(error.what(), "--first-line must be a whole number from 1 to 9, not 'x'");
+  }
+}
+
+}  // namespace
+}  // namespace n7util
