@@ -24,8 +24,9 @@ namespace n7core {
 class N7_EXPORT ErrorCode {
  public:
   // `name` must outlive the code (a string literal). `exported` is always true in this library:
-  // the code is visible to find().
-  ErrorCode(const char* name, bool exported);
+  // the code is visible to find(). Codes are made while the library loads, where a failure to
+  // register could not be handled anyway: noexcept.
+  ErrorCode(const char* name, bool exported) noexcept;
   ~ErrorCode();
   ErrorCode(const ErrorCode&) = delete;
   ErrorCode& operator=(const ErrorCode&) = delete;

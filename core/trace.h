@@ -11,9 +11,11 @@
 // The n-th "{}" of the format takes the n-th streamed argument; the message is written to the
 // sinks when the TraceMessage is destroyed.
 //
-// Configuration: N7_TRACE="Topic=level,Other Topic=level" sets topic levels ("*=level" sets every
-// topic); output goes to standard error, or is appended to the file N7_TRACE_FILE names. Topics
-// not named keep the level their first topic_handle() call gave.
+// Configuration, read once when the manager is first used: N7_TRACE="Topic=level,Other Topic=level"
+// sets topic levels (-128..127; "*=level" sets every topic a named entry does not); output goes to
+// standard error, or is appended to the file N7_TRACE_FILE names. Topics not named keep the level
+// their first topic_handle() call gave. Each message is one line:
+//   2026-11-22T21:10:08.123Z [tid] Topic L<level> function (file:line): text
 #pragma once
 
 #include <atomic>
@@ -36,8 +38,11 @@ class N7_EXPORT TraceTopic {
   TraceTopic& operator=(const TraceTopic&) = delete;
 
   const std::string& name() const noexcept { return name_; }
-  std::int8_t trace_level() const noexcept;
-  void set_trace_level(std::int8_t level) noexcept;
+  // Inline: every trace site reads it in its guard.
+  std::int8_t trace_level() const noexcept { return level_.load(std::memory_order_relaxed); }
+  void set_trace_level(std::int8_t level) noexcept {
+    level_.store(level, std::memory_order_relaxed);
+  }
 
  private:
   std::string name_;
@@ -63,7 +68,8 @@ struct TraceRecord {
   std::uint32_t thread_id;
 };
 
-// Receives every finished message. write() may be called from any thread, one call at a time.
+// Receives every finished message. write() may be called from any thread, one call at a time;
+// it must not trace itself, because it is called under the lock that keeps output lines whole.
 class N7_EXPORT TraceSink {
  public:
   virtual ~TraceSink() = default;
@@ -96,7 +102,9 @@ inline bool trace_enabled(const intTopicHdl* handle, std::int8_t level) noexcept
 }
 
 // A message being built: a narrow output stream. Each streamed argument is one argument of the
-// format; arguments are kept separated by one NUL character until the message is written.
+// format; arguments are kept separated by one NUL character until the message is written. A
+// message on a null handle is dropped; a message that cannot be built (out of memory) is dropped
+// rather than thrown out of the destructor.
 class N7_EXPORT TraceMessage : public std::ostream {
  public:
   TraceMessage(intTopicHdl* handle, std::int8_t level, const char* function, const char* file,
@@ -147,9 +155,9 @@ N7_EXPORT std::string format_message(std::string_view format, std::string_view a
 
 // Builds and writes a message only when the guard passes. Use as a statement followed by the
 // streamed arguments.
-#define N7_TRACE_MESSAGE(handle, level, subtype, function, file, format)                   \
-  if (!::n7trace::trace_enabled((handle), (level))) {                                      \
-  } else                                                                                    \
-    ::n7trace::TraceMessage((handle), (level), (function), (file), __LINE__, (format))    \
-        .msg_type(2)                                                                        \
+#define N7_TRACE_MESSAGE(handle, level, subtype, function, file, format)               \
+  if (!::n7trace::trace_enabled((handle), (level))) {                                  \
+  } else                                                                               \
+    ::n7trace::TraceMessage((handle), (level), (function), (file), __LINE__, (format)) \
+        .msg_type(2)                                                                   \
         .user_msg_type(subtype)

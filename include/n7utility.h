@@ -6,6 +6,7 @@
 #include "platform/KernelObjects.h"
 #include "platform/ManualClock.h"
 #include "platform/N7DateTime.h"
+#include "platform/NoDestructor.h"
 #include "platform/SyncObjects.h"
 #include "platform/Thread.h"
 #include "platform/Time.h"

@@ -1,0 +1,355 @@
+// The process-wide scheduler behind ASchedulerCallback.
+//
+// CScheduler keeps three ordered sets of task records under one re-entrant lock: the due queue
+// (by due time, then identity), the pending index (by identity; the same tasks) and the metering
+// table (by identity; the last metered due time of every identity ever metered). One dispatch
+// thread, begun by the first scheduling call, sleeps on a wake event until the first task is due,
+// then runs due tasks in queue order with the lock released around each callback.
+
+#include "Utility/Scheduler.h"
+
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "core/text.h"
+#include "core/trace.h"
+#include "platform/KernelObjects.h"
+#include "platform/N7DateTime.h"
+#include "platform/NoDestructor.h"
+#include "platform/SyncObjects.h"
+#include "platform/Thread.h"
+#include "platform/Time.h"
+#include "platform/thread_annotations.h"
+
+namespace {
+
+using N7OS::CN7DateTime;
+
+constexpr char kSourceFile[] = "Utility/Scheduler";
+constexpr std::int8_t kTraceLevel = 61;
+constexpr int kTraceSubtype = 2;
+// Waits are 32-bit millisecond counts; a task further ahead than the longest finite wait wakes
+// the thread early, which then finds nothing due and waits again.
+constexpr std::int64_t kLongestWaitMs = INFINITE - 1;
+
+// One task as the due queue holds it.
+struct TaskRecord {
+  ASchedulerCallback* callback;
+  void* context;
+  unsigned long id;
+  CN7DateTime due;
+};
+
+// What names a task: callback address, then context address (both as unsigned numbers), then id,
+// in that order of significance.
+struct TaskIdentity {
+  std::uintptr_t callback;
+  std::uintptr_t context;
+  unsigned long id;
+  friend auto operator<=>(const TaskIdentity&, const TaskIdentity&) = default;
+};
+
+TaskIdentity IdentityOf(const ASchedulerCallback* callback, const void* context,
+                        unsigned long id) {
+  return {reinterpret_cast<std::uintptr_t>(callback), reinterpret_cast<std::uintptr_t>(context),
+          id};
+}
+
+TaskIdentity IdentityOf(const TaskRecord& task) {
+  return IdentityOf(task.callback, task.context, task.id);
+}
+
+// Due-queue order: due time, then identity.
+struct ByDueTime {
+  bool operator()(const TaskRecord& a, const TaskRecord& b) const {
+    if (a.due != b.due) return a.due < b.due;
+    return IdentityOf(a) < IdentityOf(b);
+  }
+};
+
+using DueQueue = std::set<TaskRecord, ByDueTime>;
+// Every pending task by identity, with its place in the due queue, so that replacing or removing
+// a task costs one search.
+using PendingIndex = std::map<TaskIdentity, DueQueue::iterator>;
+// The last metered due time of every identity ever metered.
+using MeteringTable = std::map<TaskIdentity, CN7DateTime>;
+
+// The pointer as the trace messages show it.
+std::string PointerText(const void* pointer) {
+  std::ostringstream text;
+  text << pointer;
+  return text.str();
+}
+
+}  // namespace
+
+// The scheduler itself, one per process; reached only through ASchedulerCallback.
+class CScheduler {
+ public:
+  CScheduler();
+  CScheduler(const CScheduler&) = delete;
+  CScheduler& operator=(const CScheduler&) = delete;
+
+  void ScheduleTask(const TaskRecord& task) EXCLUDES(m_lock);
+  // `task.due` is the current time.
+  void ScheduleTaskMetered(const TaskRecord& task, int period) EXCLUDES(m_lock);
+  bool IsScheduled(const TaskRecord& task) EXCLUDES(m_lock);
+  void DescheduleTask(const TaskRecord& task) EXCLUDES(m_lock);
+  // Every pending task with the record's callback and context.
+  void DescheduleTasks(const TaskRecord& task) EXCLUDES(m_lock);
+  // Every pending task of the callback object.
+  void DescheduleTasks(ASchedulerCallback* callback) EXCLUDES(m_lock);
+
+ private:
+  // The operations proper, for callers that hold the lock already. The lock is re-entrant, but
+  // nested use goes through these so the thread-safety analysis can follow it.
+  void ScheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
+  void DescheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
+  // Traces the removal and takes the task out of the due queue; the caller erases `pending`.
+  void DropFromDueQueue(PendingIndex::iterator pending) REQUIRES(m_lock);
+
+  static UINT ThreadEntry(LPVOID self);
+  UINT MemberThread() EXCLUDES(m_lock);
+
+  bool StartThread() REQUIRES(m_lock);
+  DWORD NextWaitMilliseconds() REQUIRES(m_lock);
+  void RunDueTasks() REQUIRES(m_lock);
+  // Removes every pending task from the first one not less than `from` while `same_group` holds.
+  template <typename SameGroup>
+  void DescheduleRange(const TaskIdentity& from, SameGroup same_group) REQUIRES(m_lock);
+
+  bool m_started GUARDED_BY(m_lock) = false;
+  bool m_wakePending GUARDED_BY(m_lock) = false;
+  HANDLE m_wakeEvent GUARDED_BY(m_lock) = nullptr;
+  CCriticalSection m_lock;
+  DueQueue m_dueQueue GUARDED_BY(m_lock);
+  PendingIndex m_pending GUARDED_BY(m_lock);
+  MeteringTable m_metering GUARDED_BY(m_lock);
+  n7trace::intTopicHdl* const m_topic;
+};
+
+namespace {
+
+// The dispatch thread outlives static destruction, so the scheduler is never destroyed.
+CScheduler& TheScheduler() {
+  static n7platform::NoDestructor<CScheduler> scheduler;
+  return *scheduler;
+}
+
+// Built while the library loads, so its trace topic exists from then on.
+[[maybe_unused]] const CScheduler& g_schedulerAtLoad = TheScheduler();
+
+}  // namespace
+
+CScheduler::CScheduler()
+    : m_topic(n7trace::get_trace_mgr().topic_handle("N7Scheduler", 0, 41)) {}
+
+void CScheduler::ScheduleTask(const TaskRecord& task) {
+  n7platform::CriticalSectionLock lock(m_lock);
+  ScheduleTaskLocked(task);
+}
+
+void CScheduler::ScheduleTaskLocked(const TaskRecord& task) {
+  if (!m_started && !StartThread()) return;
+  const bool wake = !m_wakePending && (m_dueQueue.empty() || task.due < m_dueQueue.begin()->due);
+  // A pending task of the same identity is replaced: its index entry is reused for the new one.
+  auto [pending, is_new] = m_pending.try_emplace(IdentityOf(task));
+  if (!is_new) DropFromDueQueue(pending);
+  N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::ScheduleTask()", kSourceFile,
+                   "ScheduleTaskAt({},{},{}) in {} sec")
+      << task.callback->m_description << task.context << task.id
+      << (task.due - CN7DateTime::now());
+  pending->second = m_dueQueue.insert(task).first;
+  if (wake) {
+    m_wakePending = true;
+    SetEvent(m_wakeEvent);
+  }
+}
+
+// Creates the wake event and begins the dispatch thread. On failure nothing is left started, so
+// the next scheduling call tries again.
+bool CScheduler::StartThread() {
+  if (m_wakeEvent == nullptr) {
+    m_wakeEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (m_wakeEvent == nullptr) return false;
+  }
+  m_started = true;
+  if (AfxBeginThread(&CScheduler::ThreadEntry, this) == nullptr) m_started = false;
+  return m_started;
+}
+
+void CScheduler::ScheduleTaskMetered(const TaskRecord& task, int period) {
+  n7platform::CriticalSectionLock lock(m_lock);
+  const TaskIdentity identity = IdentityOf(task);
+  if (m_pending.contains(identity)) return;
+  auto [last_due, is_new] = m_metering.try_emplace(identity, task.due);
+  TaskRecord next = task;
+  if (!is_new) {
+    next.due = last_due->second;
+    next.due.add_seconds(period);
+    if (next.due < task.due) next.due = task.due;
+    last_due->second = next.due;
+  }
+  ScheduleTaskLocked(next);
+}
+
+bool CScheduler::IsScheduled(const TaskRecord& task) {
+  n7platform::CriticalSectionLock lock(m_lock);
+  return m_pending.contains(IdentityOf(task));
+}
+
+void CScheduler::DescheduleTask(const TaskRecord& task) {
+  n7platform::CriticalSectionLock lock(m_lock);
+  DescheduleTaskLocked(task);
+}
+
+void CScheduler::DescheduleTaskLocked(const TaskRecord& task) {
+  auto pending = m_pending.find(IdentityOf(task));
+  if (pending == m_pending.end()) return;
+  DropFromDueQueue(pending);
+  m_pending.erase(pending);
+}
+
+void CScheduler::DropFromDueQueue(PendingIndex::iterator pending) {
+  const TaskRecord& task = *pending->second;
+  N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::DescheduleTask", kSourceFile,
+                   "{}")
+      << "DescheduleTask(" + task.callback->m_description + "," + PointerText(task.context) + "," +
+             std::to_string(task.id) + ")";
+  m_dueQueue.erase(pending->second);
+}
+
+void CScheduler::DescheduleTasks(const TaskRecord& task) {
+  n7platform::CriticalSectionLock lock(m_lock);
+  N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::DescheduleTasks", kSourceFile,
+                   "{}")
+      << "DescheduleTasks(" + task.callback->m_description + "," + PointerText(task.context) + ")";
+  const TaskIdentity from = IdentityOf(task.callback, task.context, 0);
+  DescheduleRange(from, [&from](const TaskIdentity& found) {
+    return found.callback == from.callback && found.context == from.context;
+  });
+}
+
+void CScheduler::DescheduleTasks(ASchedulerCallback* callback) {
+  n7platform::CriticalSectionLock lock(m_lock);
+  N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::DescheduleTasks", kSourceFile,
+                   "{}")
+      << "DescheduleTask(" + callback->m_description + ")";
+  const TaskIdentity from = IdentityOf(callback, nullptr, 0);
+  DescheduleRange(from, [&from](const TaskIdentity& found) {
+    return found.callback == from.callback;
+  });
+}
+
+template <typename SameGroup>
+void CScheduler::DescheduleRange(const TaskIdentity& from, SameGroup same_group) {
+  auto found = m_pending.lower_bound(from);
+  while (found != m_pending.end() && same_group(found->first)) {
+    DropFromDueQueue(found);
+    found = m_pending.erase(found);
+  }
+}
+
+UINT CScheduler::ThreadEntry(LPVOID self) { return static_cast<CScheduler*>(self)->MemberThread(); }
+
+UINT CScheduler::MemberThread() {
+  for (;;) {
+    m_lock.Lock();
+    const DWORD wait = NextWaitMilliseconds();
+    const HANDLE wake_event = m_wakeEvent;
+    m_lock.Unlock();
+    if (WaitForSingleObject(wake_event, wait) == WAIT_FAILED) return 0;
+    m_lock.Lock();
+    ResetEvent(m_wakeEvent);
+    m_wakePending = false;
+    RunDueTasks();
+    m_lock.Unlock();
+  }
+}
+
+DWORD CScheduler::NextWaitMilliseconds() {
+  if (m_dueQueue.empty()) return INFINITE;
+  const std::int64_t seconds = m_dueQueue.begin()->due - CN7DateTime::now();
+  if (seconds <= 0) return 0;
+  if (seconds > kLongestWaitMs / 1000) return static_cast<DWORD>(kLongestWaitMs);
+  return static_cast<DWORD>(seconds * 1000);
+}
+
+void CScheduler::RunDueTasks() {
+  while (!m_dueQueue.empty() && !(CN7DateTime::now() < m_dueQueue.begin()->due)) {
+    const TaskRecord task = *m_dueQueue.begin();
+    m_dueQueue.erase(m_dueQueue.begin());
+    m_pending.erase(IdentityOf(task));
+    N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::MemberThread()",
+                     kSourceFile, "Running({},{},{})")
+        << task.callback->m_description << task.context << task.id;
+    m_lock.Unlock();
+    task.callback->OnScheduledTask(task.context, task.id);
+    m_lock.Lock();
+  }
+}
+
+namespace {
+
+TaskRecord RecordOf(ASchedulerCallback* callback, void* context, unsigned long id,
+                    CN7DateTime due = CN7DateTime()) {
+  return TaskRecord{callback, context, id, due};
+}
+
+}  // namespace
+
+ASchedulerCallback::ASchedulerCallback(const char* description)
+    : m_description(description != nullptr ? description : "") {}
+
+ASchedulerCallback::ASchedulerCallback(const wchar_t* description)
+    : m_description(n7core::to_string(description)) {}
+
+ASchedulerCallback::ASchedulerCallback(const ASchedulerCallback& other)
+    : m_description(other.m_description) {}
+
+ASchedulerCallback& ASchedulerCallback::operator=(const ASchedulerCallback& other) {
+  m_description = other.m_description;
+  return *this;
+}
+
+ASchedulerCallback::~ASchedulerCallback() { TheScheduler().DescheduleTasks(this); }
+
+std::string ASchedulerCallback::QueryDescription() const { return m_description; }
+
+void ASchedulerCallback::ScheduleTaskAt(void* context, unsigned long id, N7OS::CN7DateTime time) {
+  TheScheduler().ScheduleTask(RecordOf(this, context, id, time));
+}
+
+void ASchedulerCallback::ScheduleTaskForSec(void* context, unsigned long id, int seconds) {
+  CN7DateTime due = CN7DateTime::now();
+  if (seconds > 0) due.add_seconds(seconds);
+  TheScheduler().ScheduleTask(RecordOf(this, context, id, due));
+}
+
+void ASchedulerCallback::ScheduleTaskForNextPeriodSec(void* context, unsigned long id,
+                                                      int period) {
+  if (period <= 0) return;
+  SYSTEMTIME local;
+  GetLocalTime(&local);
+  const int seconds_since_midnight = local.wHour * 3600 + local.wMinute * 60 + local.wSecond;
+  ScheduleTaskForSec(context, id, period - seconds_since_midnight % period);
+}
+
+void ASchedulerCallback::ScheduleTaskMetered(void* context, unsigned long id, int period) {
+  TheScheduler().ScheduleTaskMetered(RecordOf(this, context, id, CN7DateTime::now()), period);
+}
+
+void ASchedulerCallback::DescheduleTask(void* context, unsigned long id) {
+  TheScheduler().DescheduleTask(RecordOf(this, context, id));
+}
+
+void ASchedulerCallback::DescheduleTasks(void* context) {
+  TheScheduler().DescheduleTasks(RecordOf(this, context, 0));
+}
+
+bool ASchedulerCallback::IsScheduled(void* context, unsigned long id) {
+  return TheScheduler().IsScheduled(RecordOf(this, context, id));
+}

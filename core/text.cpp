@@ -1,0 +1,198 @@
+#include "core/text.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "core/error.h"
+
+namespace n7core {
+namespace {
+
+constexpr std::uint32_t kMaxCodePoint = 0x10FFFF;
+
+bool is_surrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
+bool is_high_surrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool is_low_surrogate(std::uint32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+std::string hex(std::uint32_t value) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string digits;
+  do {
+    digits.insert(digits.begin(), kDigits[value & 0xF]);
+    value >>= 4;
+  } while (value != 0);
+  return "0x" + digits;
+}
+
+[[noreturn]] void raise_invalid_utf8(std::size_t offset, const char* problem) {
+  throw_error(errors::invalid_utf8,
+              "Invalid UTF-8 at byte " + std::to_string(offset) + ": " + std::string(problem),
+              SourceLocation("n7core::to_wstring", "core/text", __LINE__));
+}
+
+[[noreturn]] void raise_invalid_wide(std::size_t index, const char* problem, std::uint32_t unit) {
+  throw_error(errors::invalid_utf16,
+              "Invalid wide text at unit " + std::to_string(index) + ": " + std::string(problem) +
+                  " " + hex(unit),
+              SourceLocation("n7core::to_string", "core/text", __LINE__));
+}
+
+// The number of leading ASCII bytes, tested eight at a time.
+std::size_t ascii_prefix(std::string_view text) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080u;
+  std::size_t length = 0;
+  for (; length + 8 <= text.size(); length += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, text.data() + length, sizeof word);
+    if ((word & kHighBits) != 0) break;
+  }
+  while (length < text.size() && static_cast<unsigned char>(text[length]) < 0x80) ++length;
+  return length;
+}
+
+// What a lead byte says about the sequence it starts: its length, and the range of the second
+// byte outside of which the value would be overlong, a surrogate or above U+10FFFF.
+struct SequenceShape {
+  int length;  // 0: the byte cannot start a sequence, for the reason in `problem`
+  unsigned char second_low = 0x80;
+  unsigned char second_high = 0xBF;
+  const char* problem = nullptr;
+};
+
+SequenceShape shape_of(unsigned char lead) {
+  if (lead < 0xC0) return {0, 0x80, 0xBF, "unexpected continuation byte"};
+  if (lead < 0xC2) return {0, 0x80, 0xBF, "overlong encoding"};
+  if (lead < 0xE0) return {2};
+  if (lead == 0xE0) return {3, 0xA0, 0xBF, "overlong encoding"};
+  if (lead == 0xED) return {3, 0x80, 0x9F, "encoded surrogate"};
+  if (lead < 0xF0) return {3};
+  if (lead == 0xF0) return {4, 0x90, 0xBF, "overlong encoding"};
+  if (lead < 0xF4) return {4};
+  if (lead < 0xF8) return {lead == 0xF4 ? 4 : 0, 0x80, 0x8F, "code point above U+10FFFF"};
+  return {0, 0x80, 0xBF, "invalid byte"};
+}
+
+// Decodes the multi-byte sequence that starts at `pos` and moves `pos` past it.
+std::uint32_t decode_utf8_sequence(std::string_view text, std::size_t& pos) {
+  const std::size_t start = pos;
+  const auto lead = static_cast<unsigned char>(text[start]);
+  const SequenceShape shape = shape_of(lead);
+  if (shape.length == 0) raise_invalid_utf8(start, shape.problem);
+  std::uint32_t value = lead & (0x7Fu >> shape.length);
+  for (std::size_t i = 1; i < static_cast<std::size_t>(shape.length); ++i) {
+    if (start + i >= text.size()) raise_invalid_utf8(start, "truncated sequence");
+    const auto next = static_cast<unsigned char>(text[start + i]);
+    if ((next & 0xC0) != 0x80) raise_invalid_utf8(start + i, "missing continuation byte");
+    if (i == 1 && (next < shape.second_low || next > shape.second_high)) {
+      raise_invalid_utf8(start, shape.problem);
+    }
+    value = (value << 6) | (next & 0x3Fu);
+  }
+  pos = start + static_cast<std::size_t>(shape.length);
+  return value;
+}
+
+// Reads one code point of UTF-32 or UTF-16 units at `pos`, joining a surrogate pair, and moves
+// `pos` past it.
+template <typename Char>
+std::uint32_t decode_wide(std::basic_string_view<Char> text, std::size_t& pos) {
+  // A wchar_t is signed: its bits read as unsigned put negative values above U+10FFFF.
+  const auto unit_at = [&text](std::size_t index) -> std::uint32_t {
+    return std::bit_cast<std::make_unsigned_t<Char>>(text[index]);
+  };
+  const std::uint32_t unit = unit_at(pos);
+  if (is_high_surrogate(unit) && pos + 1 < text.size()) {
+    const std::uint32_t low = unit_at(pos + 1);
+    if (is_low_surrogate(low)) {
+      pos += 2;
+      return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+    }
+  }
+  if (is_surrogate(unit)) raise_invalid_wide(pos, "unpaired surrogate", unit);
+  if (unit > kMaxCodePoint) raise_invalid_wide(pos, "value above U+10FFFF", unit);
+  ++pos;
+  return unit;
+}
+
+void append_utf8(std::string& out, std::uint32_t value) {
+  const auto byte = [](std::uint32_t bits) { return static_cast<char>(bits); };
+  if (value < 0x80) {
+    out.push_back(byte(value));
+  } else if (value < 0x800) {
+    out.push_back(byte(0xC0 | (value >> 6)));
+    out.push_back(byte(0x80 | (value & 0x3F)));
+  } else if (value < 0x10000) {
+    out.push_back(byte(0xE0 | (value >> 12)));
+    out.push_back(byte(0x80 | ((value >> 6) & 0x3F)));
+    out.push_back(byte(0x80 | (value & 0x3F)));
+  } else {
+    out.push_back(byte(0xF0 | (value >> 18)));
+    out.push_back(byte(0x80 | ((value >> 12) & 0x3F)));
+    out.push_back(byte(0x80 | ((value >> 6) & 0x3F)));
+    out.push_back(byte(0x80 | (value & 0x3F)));
+  }
+}
+
+void append_utf16(std::u16string& out, std::uint32_t value) {
+  if (value < 0x10000) {
+    out.push_back(static_cast<char16_t>(value));
+  } else {
+    value -= 0x10000;
+    out.push_back(static_cast<char16_t>(0xD800 | (value >> 10)));
+    out.push_back(static_cast<char16_t>(0xDC00 | (value & 0x3FF)));
+  }
+}
+
+}  // namespace
+
+std::string to_string(const wchar_t* text) {
+  return text == nullptr ? std::string() : to_string(std::wstring_view(text));
+}
+
+std::string to_string(std::wstring_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t pos = 0; pos < text.size();) {
+    if (text[pos] >= 0 && text[pos] < 0x80) {
+      out.push_back(static_cast<char>(text[pos++]));
+    } else {
+      append_utf8(out, decode_wide(text, pos));
+    }
+  }
+  return out;
+}
+
+std::string to_string(unsigned value) { return std::to_string(value); }
+
+std::wstring to_wstring(std::string_view text) {
+  std::wstring out;
+  out.reserve(text.size());
+  for (std::size_t pos = 0; pos < text.size();) {
+    const std::size_t ascii = ascii_prefix(text.substr(pos));
+    out.append(text.begin() + static_cast<std::ptrdiff_t>(pos),
+               text.begin() + static_cast<std::ptrdiff_t>(pos + ascii));
+    pos += ascii;
+    if (pos < text.size()) out.push_back(static_cast<wchar_t>(decode_utf8_sequence(text, pos)));
+  }
+  return out;
+}
+
+std::u16string to_utf16(std::wstring_view text) {
+  std::u16string out;
+  out.reserve(text.size());
+  for (std::size_t pos = 0; pos < text.size();) append_utf16(out, decode_wide(text, pos));
+  return out;
+}
+
+std::wstring from_utf16(std::u16string_view text) {
+  std::wstring out;
+  out.reserve(text.size());
+  for (std::size_t pos = 0; pos < text.size();) {
+    out.push_back(static_cast<wchar_t>(decode_wide(text, pos)));
+  }
+  return out;
+}
+
+}  // namespace n7core

@@ -1,0 +1,362 @@
+#include "core/trace.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <latch>
+#include <mutex>
+#include <new>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/trace_internal.h"
+
+// Every allocation of the test program is counted per thread, so a test can show that a piece of
+// code allocates nothing. The sanitizers bring their own operator new, which cannot be replaced;
+// under them nothing is counted.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define N7_COUNTS_ALLOCATIONS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define N7_COUNTS_ALLOCATIONS 0
+#endif
+#endif
+#ifndef N7_COUNTS_ALLOCATIONS
+#define N7_COUNTS_ALLOCATIONS 1
+#endif
+
+namespace {
+thread_local std::size_t t_allocations = 0;
+}  // namespace
+
+#if N7_COUNTS_ALLOCATIONS
+namespace {
+void* counted_malloc(std::size_t size) noexcept {
+  ++t_allocations;
+  return std::malloc(size == 0 ? 1 : size);  // NOLINT(cppcoreguidelines-no-malloc)
+}
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (void* memory = counted_malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return counted_malloc(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return counted_malloc(size);
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+#endif
+
+namespace n7trace {
+namespace {
+
+using ::testing::MatchesRegex;
+using namespace std::string_view_literals;
+
+// The file the process-wide manager writes to; main() names it in N7_TRACE_FILE.
+std::string g_output_path;  // NOLINT(cert-err58-cpp)
+
+std::vector<std::string> read_lines(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line);
+  return lines;
+}
+
+// The lines of the process-wide output that belong to one topic.
+std::vector<std::string> output_lines_of(const std::string& topic) {
+  std::vector<std::string> lines;
+  for (std::string& line : read_lines(g_output_path)) {
+    if (line.find("] " + topic + " L") != std::string::npos) lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+class TempFile {
+ public:
+  TempFile() {
+    char name[] = "/tmp/n7trace_test_XXXXXX";
+    const int fd = mkstemp(name);
+    EXPECT_GE(fd, 0);
+    close(fd);
+    path_ = name;
+  }
+  ~TempFile() { unlink(path_.c_str()); }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+struct SavedRecord {
+  std::string topic;
+  std::int8_t level;
+  int msg_type;
+  int user_msg_type;
+  std::string function;
+  std::string file;
+  int line;
+  std::string text;
+  std::uint32_t thread_id;
+};
+
+// Keeps what it receives and notes any write() that overlaps another one.
+class RecordingSink : public TraceSink {
+ public:
+  RecordingSink() { get_trace_mgr().add_sink(this); }
+  ~RecordingSink() override { get_trace_mgr().remove_sink(this); }
+
+  void write(const TraceRecord& record) override {
+    if (in_write_.exchange(true)) overlaps_.fetch_add(1);
+    {
+      std::lock_guard lock(mutex_);
+      records_.push_back({std::string(record.topic), record.level, record.msg_type,
+                          record.user_msg_type, std::string(record.function),
+                          std::string(record.file), record.line, std::string(record.text),
+                          record.thread_id});
+    }
+    in_write_.store(false);
+  }
+
+  std::vector<SavedRecord> records() {
+    std::lock_guard lock(mutex_);
+    return records_;
+  }
+  int overlaps() const { return overlaps_.load(); }
+
+ private:
+  std::atomic<bool> in_write_{false};
+  std::atomic<int> overlaps_{0};
+  std::mutex mutex_;
+  std::vector<SavedRecord> records_;
+};
+
+intTopicHdl* topic_at_level(const char* name, std::int8_t level) {
+  intTopicHdl* handle = get_trace_mgr().topic_handle(name, 0, level);
+  handle->topic->set_trace_level(level);
+  return handle;
+}
+
+TEST(FormatMessageTest, FillsPlaceholdersInOrder) {
+  EXPECT_EQ(format_message("Running({},{},{})", "a\0b\0c"sv, true), "Running(a,b,c)");
+  EXPECT_EQ(format_message("{} and {}", "x", true), "x and {}");
+  EXPECT_EQ(format_message("{}:", "a\0b\0c"sv, true), "a: b c");
+  EXPECT_EQ(format_message("no arguments {}", "", false), "no arguments {}");
+  EXPECT_EQ(format_message("[{}]", "", true), "[]");
+  EXPECT_EQ(format_message("{}|{}|{}", "\0\0"sv, true), "||");
+  EXPECT_EQ(format_message("{{}}", "x", true), "{x}");
+}
+
+TEST(TraceMessageTest, StreamedArgumentsFillTheFormatAndReachSinksAndOutput) {
+  intTopicHdl* handle = topic_at_level("Message Topic", 61);
+  RecordingSink sink;
+  const int line = __LINE__ + 1;
+  N7_TRACE_MESSAGE(handle, 61, 3, "CScheduler::Run()", "Utility/Scheduler", "Run({},{},{})")
+      << std::string("a b") << 42 << "c";
+
+  const std::vector<SavedRecord> records = sink.records();
+  ASSERT_EQ(records.size(), 1u);
+  const SavedRecord& record = records[0];
+  EXPECT_EQ(record.topic, "Message Topic");
+  EXPECT_EQ(record.level, 61);
+  EXPECT_EQ(record.msg_type, 2);
+  EXPECT_EQ(record.user_msg_type, 3);
+  EXPECT_EQ(record.function, "CScheduler::Run()");
+  EXPECT_EQ(record.file, "Utility/Scheduler");
+  EXPECT_EQ(record.line, line);
+  EXPECT_EQ(record.text, "Run(a b,42,c)");
+  EXPECT_EQ(record.thread_id, static_cast<std::uint32_t>(::gettid()));
+
+  const std::vector<std::string> output = output_lines_of("Message Topic");
+  ASSERT_EQ(output.size(), 1u);
+  EXPECT_THAT(output[0],
+              MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
+                           "\\[[0-9]+\\] Message Topic L61 CScheduler::Run\\(\\) "
+                           "\\(Utility/Scheduler:[0-9]+\\): Run\\(a b,42,c\\)"));
+}
+
+TEST(TraceMessageTest, DisabledSiteEvaluatesNothingAndAllocatesNothing) {
+  intTopicHdl* handle = topic_at_level("Guarded Topic", 20);
+  EXPECT_FALSE(trace_enabled(nullptr, -128));
+  EXPECT_TRUE(trace_enabled(handle, 20));
+  EXPECT_FALSE(trace_enabled(handle, 21));
+
+  RecordingSink sink;
+  int evaluated = 0;
+  const auto argument = [&evaluated] {
+    ++evaluated;
+    return std::string(100, 'x');
+  };
+  const std::size_t before = t_allocations;
+  N7_TRACE_MESSAGE(handle, 21, 3, "f", "file", "{}") << argument();
+  N7_TRACE_MESSAGE(nullptr, -128, 4, "f", "file", "{}") << argument();
+  const std::size_t disabled_allocations = t_allocations - before;
+  N7_TRACE_MESSAGE(handle, 20, 3, "f", "file", "{}") << argument();
+  const std::size_t enabled_allocations = t_allocations - before;
+
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_EQ(sink.records().size(), 1u);
+  if (!N7_COUNTS_ALLOCATIONS) GTEST_SKIP() << "allocations are not counted under sanitizers";
+  EXPECT_EQ(disabled_allocations, 0u);
+  EXPECT_GT(enabled_allocations, 0u);  // the counter does see the enabled site
+}
+
+TEST(TraceConfigTest, ParsesLevelsAndSkipsMalformedEntries) {
+  const internal::TraceConfig config = internal::parse_trace_config(
+      " N7Scheduler=41 , Compatibility Topic = -127,,EventLog=127,x=-128, * = 3,"
+      "NoLevel,=5,A=128,B=-129,C=ten,D=5x,E=,F=+1,x=9");
+  ASSERT_EQ(config.topics.size(), 5u);
+  EXPECT_EQ(config.topics[1].topic, "Compatibility Topic");
+  EXPECT_EQ(config.topics[1].level, -127);
+  EXPECT_EQ(config.all_topics, 3);
+  EXPECT_THAT(config.malformed, ::testing::ElementsAre("NoLevel", "=5", "A=128", "B=-129", "C=ten",
+                                                       "D=5x", "E=", "F=+1"));
+  EXPECT_EQ(config.level_for("N7Scheduler"), 41);
+  EXPECT_EQ(config.level_for("EventLog"), 127);
+  EXPECT_EQ(config.level_for("x"), 9);  // the last entry for a name wins
+  EXPECT_EQ(config.level_for("Unnamed"), 3);
+  EXPECT_TRUE(internal::parse_trace_config("").topics.empty());
+}
+
+TEST(TraceManagerTest, TopicsTakeConfiguredLevelsAndKeepTheirHandles) {
+  internal::TraceConfig config = internal::parse_trace_config("Named=7");
+  internal::TraceManager without_default(config);
+  EXPECT_EQ(without_default.topic_handle("Named", 0, 50)->topic->trace_level(), 7);
+  EXPECT_EQ(without_default.topic_handle("Other", 0, 50)->topic->trace_level(), 50);
+  EXPECT_EQ(without_default.topic_handle("Other", 0, 1),
+            without_default.topic_handle("Other", 0, 2));
+  EXPECT_EQ(without_default.system_topic_handle()->topic->name(), "n7trace");
+
+  config.all_topics = -5;
+  internal::TraceManager with_default(config);
+  EXPECT_EQ(with_default.topic_handle("Named", 0, 50)->topic->trace_level(), 7);
+  EXPECT_EQ(with_default.topic_handle("Other", 0, 50)->topic->trace_level(), -5);
+  EXPECT_EQ(with_default.system_topic_handle()->topic->trace_level(), -5);
+
+  // The process-wide manager read N7_TRACE, set by main().
+  EXPECT_EQ(get_trace_mgr().topic_handle("Env Topic", 0, -50)->topic->trace_level(), 5);
+  EXPECT_EQ(get_trace_mgr().topic_handle("Env Spaced Topic", 0, -50)->topic->trace_level(), -3);
+  EXPECT_EQ(get_system_topic_handle(), get_trace_mgr().topic_handle("n7trace", 0, 0));
+}
+
+TraceRecord sample_record(std::string_view text) {
+  namespace chrono = std::chrono;
+  const auto time = chrono::sys_days{chrono::year{2026} / 11 / 22} + chrono::hours{21} +
+                    chrono::minutes{10} + chrono::seconds{8} + chrono::milliseconds{123};
+  return {"Some Topic", -3, 2, 4, "Fn", "core/x", 9, text, time, 77};
+}
+
+TEST(TraceManagerTest, WritesOneLinePerMessageToTheOutputFile) {
+  TempFile file;
+  internal::TraceConfig config;
+  config.output_path = file.path();
+  internal::TraceManager manager(config);
+  manager.write(sample_record("two\nlines\r"));
+  manager.write(sample_record("second"));
+  EXPECT_THAT(read_lines(file.path()),
+              ::testing::ElementsAre(
+                  "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): two\\nlines\\r",
+                  "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): second"));
+}
+
+TEST(TraceManagerTest, ReportsConfigurationProblemsOnceOnStandardError) {
+  ::testing::internal::CaptureStderr();
+  {
+    internal::TraceConfig config = internal::parse_trace_config("bad entry,Good=1");
+    config.output_path = "/nonexistent-n7trace-dir/trace.log";
+    internal::TraceManager manager(config);
+    manager.write(sample_record("first"));
+    manager.write(sample_record("second"));
+  }
+  const std::string captured = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(captured,
+            "n7trace: cannot open N7_TRACE_FILE '/nonexistent-n7trace-dir/trace.log' (No such "
+            "file or directory); writing to standard error\n"
+            "n7trace: ignoring malformed N7_TRACE entry 'bad entry'\n"
+            "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): first\n"
+            "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): second\n");
+}
+
+TEST(TraceConcurrencyTest, ConcurrentTopicLookupsShareOneHandle) {
+  constexpr int kThreads = 8;
+  std::vector<intTopicHdl*> handles(kThreads);
+  std::latch start(kThreads);
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      start.arrive_and_wait();
+      handles[static_cast<std::size_t>(i)] = get_trace_mgr().topic_handle("Raced Topic", 0, 1);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (intTopicHdl* handle : handles) EXPECT_EQ(handle, handles[0]);
+}
+
+TEST(TraceConcurrencyTest, ManyThreadsTraceWholeLines) {
+  constexpr int kThreads = 8;
+  constexpr int kMessages = 300;
+  constexpr std::size_t kTotal = std::size_t{kThreads} * kMessages;
+  intTopicHdl* handle = topic_at_level("Concurrent Topic", 1);
+  RecordingSink sink;
+  std::latch start(kThreads);
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      start.arrive_and_wait();
+      for (int i = 0; i < kMessages; ++i) {
+        N7_TRACE_MESSAGE(handle, 1, 2, "worker", "core/trace_test", "message {} {}") << t << i;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+
+  EXPECT_EQ(sink.overlaps(), 0);
+  EXPECT_EQ(sink.records().size(), kTotal);
+  const std::regex line_format(
+      "[-0-9]{10}T[:0-9]{8}\\.[0-9]{3}Z \\[[0-9]+\\] Concurrent Topic L1 worker "
+      "\\(core/trace_test:[0-9]+\\): message ([0-9]+ [0-9]+)");
+  std::set<std::string> seen;
+  for (const std::string& line : output_lines_of("Concurrent Topic")) {
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(line, match, line_format)) << line;
+    EXPECT_TRUE(seen.insert(match[1]).second) << line;
+  }
+  EXPECT_EQ(seen.size(), kTotal);
+}
+
+}  // namespace
+}  // namespace n7trace
+
+// Points the process-wide trace output at a file of this run and configures two topics, before
+// any test makes the manager read the environment.
+int main(int argc, char** argv) {
+  char path[] = "/tmp/n7trace_test_output_XXXXXX";
+  const int fd = mkstemp(path);
+  if (fd < 0) return 1;
+  close(fd);
+  n7trace::g_output_path = path;
+  setenv("N7_TRACE_FILE", path, 1);                             // NOLINT(concurrency-mt-unsafe)
+  setenv("N7_TRACE", "Env Topic=5, Env Spaced Topic = -3", 1);  // NOLINT(concurrency-mt-unsafe)
+  ::testing::InitGoogleTest(&argc, argv);
+  const int result = RUN_ALL_TESTS();
+  unlink(path);
+  return result;
+}
