@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "Utility/Scheduler.h"
-#include "heap_counter.h"
+#include "core/heap_counter_test.h"
 
 namespace {
 
@@ -155,9 +155,9 @@ void ReportBytesPerTask(benchmark::State& state, Fill fill) {
   const std::int64_t count = state.range(0);
   double bytes_per_task = 0;
   for (auto _ : state) {
-    const std::size_t before = n7bench::LiveHeapBytes();
+    const std::size_t before = n7testing::LiveHeapBytes();
     fill(count, [&] {
-      bytes_per_task = static_cast<double>(n7bench::LiveHeapBytes() - before) /
+      bytes_per_task = static_cast<double>(n7testing::LiveHeapBytes() - before) /
                        static_cast<double>(count);
     });
   }

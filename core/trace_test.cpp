@@ -9,59 +9,14 @@
 #include <fstream>
 #include <latch>
 #include <mutex>
-#include <new>
 #include <regex>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "core/heap_counter_test.h"
 #include "core/trace_internal.h"
-
-// Every allocation of the test program is counted per thread, so a test can show that a piece of
-// code allocates nothing. The sanitizers bring their own operator new, which cannot be replaced;
-// under them nothing is counted.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define N7_COUNTS_ALLOCATIONS 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define N7_COUNTS_ALLOCATIONS 0
-#endif
-#endif
-#ifndef N7_COUNTS_ALLOCATIONS
-#define N7_COUNTS_ALLOCATIONS 1
-#endif
-
-namespace {
-thread_local std::size_t t_allocations = 0;
-}  // namespace
-
-#if N7_COUNTS_ALLOCATIONS
-namespace {
-void* counted_malloc(std::size_t size) noexcept {
-  ++t_allocations;
-  return std::malloc(size == 0 ? 1 : size);  // NOLINT(cppcoreguidelines-no-malloc)
-}
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (void* memory = counted_malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return counted_malloc(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return counted_malloc(size);
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-#endif
 
 namespace n7trace {
 namespace {
@@ -203,16 +158,16 @@ TEST(TraceMessageTest, DisabledSiteEvaluatesNothingAndAllocatesNothing) {
     ++evaluated;
     return std::string(100, 'x');
   };
-  const std::size_t before = t_allocations;
+  const std::size_t before = n7testing::AllocationsOnThisThread();
   N7_TRACE_MESSAGE(handle, 21, 3, "f", "file", "{}") << argument();
   N7_TRACE_MESSAGE(nullptr, -128, 4, "f", "file", "{}") << argument();
-  const std::size_t disabled_allocations = t_allocations - before;
+  const std::size_t disabled_allocations = n7testing::AllocationsOnThisThread() - before;
   N7_TRACE_MESSAGE(handle, 20, 3, "f", "file", "{}") << argument();
-  const std::size_t enabled_allocations = t_allocations - before;
+  const std::size_t enabled_allocations = n7testing::AllocationsOnThisThread() - before;
 
   EXPECT_EQ(evaluated, 1);
   EXPECT_EQ(sink.records().size(), 1u);
-  if (!N7_COUNTS_ALLOCATIONS) GTEST_SKIP() << "allocations are not counted under sanitizers";
+  if (!n7testing::CountsAllocations()) GTEST_SKIP() << "allocations are not counted under sanitizers";
   EXPECT_EQ(disabled_allocations, 0u);
   EXPECT_GT(enabled_allocations, 0u);  // the counter does see the enabled site
 }

@@ -1,0 +1,74 @@
+// The counting operator new and delete behind heap_counter_test.h. They live in a file of their own
+// so that no caller sees their bodies: g++ would otherwise take the malloc/free inside them for a
+// mismatch with the new-expressions it inlines them into.
+
+#include "core/heap_counter_test.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define N7_COUNTS_ALLOCATIONS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define N7_COUNTS_ALLOCATIONS 0
+#endif
+#endif
+#ifndef N7_COUNTS_ALLOCATIONS
+#define N7_COUNTS_ALLOCATIONS 1
+#endif
+
+namespace {
+
+thread_local std::size_t t_allocations = 0;
+std::atomic<std::size_t> g_live_bytes{0};
+
+}  // namespace
+
+namespace n7testing {
+
+bool CountsAllocations() { return N7_COUNTS_ALLOCATIONS != 0; }
+std::size_t AllocationsOnThisThread() { return t_allocations; }
+std::size_t LiveHeapBytes() { return g_live_bytes.load(std::memory_order_relaxed); }
+
+}  // namespace n7testing
+
+#if N7_COUNTS_ALLOCATIONS
+namespace {
+
+void* CountedMalloc(std::size_t size) noexcept {
+  void* block = std::malloc(size == 0 ? 1 : size);  // NOLINT(cppcoreguidelines-no-malloc)
+  if (block != nullptr) {
+    ++t_allocations;
+    g_live_bytes.fetch_add(malloc_usable_size(block), std::memory_order_relaxed);
+  }
+  return block;
+}
+
+void CountedFree(void* block) noexcept {
+  if (block == nullptr) return;
+  g_live_bytes.fetch_sub(malloc_usable_size(block), std::memory_order_relaxed);
+  std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (void* block = CountedMalloc(size)) return block;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return CountedMalloc(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return CountedMalloc(size);
+}
+void operator delete(void* block) noexcept { CountedFree(block); }
+void operator delete[](void* block) noexcept { CountedFree(block); }
+void operator delete(void* block, std::size_t) noexcept { CountedFree(block); }
+void operator delete[](void* block, std::size_t) noexcept { CountedFree(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { CountedFree(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { CountedFree(block); }
+#endif
