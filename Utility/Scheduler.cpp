@@ -49,11 +49,11 @@ struct TaskIdentity {
   std::uintptr_t callback;
   std::uintptr_t context;
   unsigned long id;
+  // NOLINTNEXTLINE(modernize-use-nullptr): a false report on defaulted comparisons
   friend auto operator<=>(const TaskIdentity&, const TaskIdentity&) = default;
 };
 
-TaskIdentity IdentityOf(const ASchedulerCallback* callback, const void* context,
-                        unsigned long id) {
+TaskIdentity IdentityOf(const ASchedulerCallback* callback, const void* context, unsigned long id) {
   return {reinterpret_cast<std::uintptr_t>(callback), reinterpret_cast<std::uintptr_t>(context),
           id};
 }
@@ -139,13 +139,13 @@ CScheduler& TheScheduler() {
   return *scheduler;
 }
 
-// Built while the library loads, so its trace topic exists from then on.
-[[maybe_unused]] const CScheduler& g_schedulerAtLoad = TheScheduler();
+// Built while the library loads, so its trace topic exists from then on. Running out of memory
+// this early ends the process, which is all that could be done anyway.
+[[maybe_unused]] const CScheduler& g_schedulerAtLoad = TheScheduler();  // NOLINT(cert-err58-cpp)
 
 }  // namespace
 
-CScheduler::CScheduler()
-    : m_topic(n7trace::get_trace_mgr().topic_handle("N7Scheduler", 0, 41)) {}
+CScheduler::CScheduler() : m_topic(n7trace::get_trace_mgr().topic_handle("N7Scheduler", 0, 41)) {}
 
 void CScheduler::ScheduleTask(const TaskRecord& task) {
   n7platform::CriticalSectionLock lock(m_lock);
@@ -160,8 +160,7 @@ void CScheduler::ScheduleTaskLocked(const TaskRecord& task) {
   if (!is_new) DropFromDueQueue(pending);
   N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::ScheduleTask()", kSourceFile,
                    "ScheduleTaskAt({},{},{}) in {} sec")
-      << task.callback->m_description << task.context << task.id
-      << (task.due - CN7DateTime::now());
+      << task.callback->m_description << task.context << task.id << (task.due - CN7DateTime::now());
   pending->second = m_dueQueue.insert(task).first;
   if (wake) {
     m_wakePending = true;
@@ -239,9 +238,8 @@ void CScheduler::DescheduleTasks(ASchedulerCallback* callback) {
                    "{}")
       << "DescheduleTask(" + callback->m_description + ")";
   const TaskIdentity from = IdentityOf(callback, nullptr, 0);
-  DescheduleRange(from, [&from](const TaskIdentity& found) {
-    return found.callback == from.callback;
-  });
+  DescheduleRange(from,
+                  [&from](const TaskIdentity& found) { return found.callback == from.callback; });
 }
 
 template <typename SameGroup>
@@ -283,8 +281,8 @@ void CScheduler::RunDueTasks() {
     const TaskRecord task = *m_dueQueue.begin();
     m_dueQueue.erase(m_dueQueue.begin());
     m_pending.erase(IdentityOf(task));
-    N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::MemberThread()",
-                     kSourceFile, "Running({},{},{})")
+    N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::MemberThread()", kSourceFile,
+                     "Running({},{},{})")
         << task.callback->m_description << task.context << task.id;
     m_lock.Unlock();
     task.callback->OnScheduledTask(task.context, task.id);
@@ -329,8 +327,7 @@ void ASchedulerCallback::ScheduleTaskForSec(void* context, unsigned long id, int
   TheScheduler().ScheduleTask(RecordOf(this, context, id, due));
 }
 
-void ASchedulerCallback::ScheduleTaskForNextPeriodSec(void* context, unsigned long id,
-                                                      int period) {
+void ASchedulerCallback::ScheduleTaskForNextPeriodSec(void* context, unsigned long id, int period) {
   if (period <= 0) return;
   SYSTEMTIME local;
   GetLocalTime(&local);

@@ -21,6 +21,7 @@
 #include "platform/N7DateTime.h"
 #include "platform/export.h"
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): protected on purpose, see below
 class N7_EXPORT ASchedulerCallback {
  public:
   // A copy of the description given at construction; it names this object in trace messages.
@@ -54,6 +55,7 @@ class N7_EXPORT ASchedulerCallback {
   ASchedulerCallback(const ASchedulerCallback& other);
   ASchedulerCallback& operator=(const ASchedulerCallback& other);
   // Removes every pending task of this object.
+  // Protected: a callback object is destroyed through its own class, never through this base.
   virtual ~ASchedulerCallback();
 
   // The task callback, on the dispatch thread.

@@ -170,7 +170,7 @@ TEST_F(SchedulerTest, NextPeriodCountsFromLocalMidnight) {
   Advance(1 * kSecond);
   log_.WaitFor(1);
 
-  Advance(59 * kSecond);  // local 10:16:59
+  Advance(59 * kSecond);                                      // local 10:16:59
   recorder.ScheduleTaskForNextPeriodSec(&context_a_, 2, 60);  // 10:17:00, one second away
   recorder.ScheduleTaskForNextPeriodSec(&context_a_, 3, 0);
   recorder.ScheduleTaskForNextPeriodSec(&context_a_, 4, -60);
@@ -379,9 +379,7 @@ TEST_F(SchedulerTest, TraceMessagesNameTheTaskAndItsTime) {
   recorder.DescheduleTasks(&context_a_);
   auto messages = capture.Take();
   // The destructor's message comes last; take it with the others.
-  {
-    Recorder other("gone", log_);
-  }
+  { Recorder other("gone", log_); }
   auto tail = capture.Take();
   messages.insert(messages.end(), tail.begin(), tail.end());
 
@@ -402,16 +400,6 @@ TEST_F(SchedulerTest, TraceMessagesNameTheTaskAndItsTime) {
     EXPECT_EQ(messages[i].msg_type, 2);
     EXPECT_EQ(messages[i].user_msg_type, 2);
   }
-}
-
-TEST_F(SchedulerTest, NothingIsTracedBelowLevel61) {
-  TraceCapture capture;
-  n7trace::get_trace_mgr().topic_handle("N7Scheduler", 0, 41)->topic->set_trace_level(60);
-  Recorder recorder("quiet", log_);
-  recorder.ScheduleTaskForSec(&context_a_, 1, 0);
-  log_.WaitFor(1);
-  Settle();
-  EXPECT_TRUE(capture.Take().empty());
 }
 
 }  // namespace

@@ -157,8 +157,8 @@ void ReportBytesPerTask(benchmark::State& state, Fill fill) {
   for (auto _ : state) {
     const std::size_t before = n7testing::LiveHeapBytes();
     fill(count, [&] {
-      bytes_per_task = static_cast<double>(n7testing::LiveHeapBytes() - before) /
-                       static_cast<double>(count);
+      bytes_per_task =
+          static_cast<double>(n7testing::LiveHeapBytes() - before) / static_cast<double>(count);
     });
   }
   state.counters["bytes_per_task"] = bytes_per_task;
@@ -214,9 +214,13 @@ void BM_Multimap_DispatchLatency(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_Scheduler_ScheduleDeschedule)->RangeMultiplier(10)->Range(1'000, 1'000'000)
+BENCHMARK(BM_Scheduler_ScheduleDeschedule)
+    ->RangeMultiplier(10)
+    ->Range(1'000, 1'000'000)
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Multimap_ScheduleDeschedule)->RangeMultiplier(10)->Range(1'000, 1'000'000)
+BENCHMARK(BM_Multimap_ScheduleDeschedule)
+    ->RangeMultiplier(10)
+    ->Range(1'000, 1'000'000)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Scheduler_MemoryPerTask)->Arg(100'000)->Iterations(1);
 BENCHMARK(BM_Multimap_MemoryPerTask)->Arg(100'000)->Iterations(1);

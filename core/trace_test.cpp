@@ -167,7 +167,8 @@ TEST(TraceMessageTest, DisabledSiteEvaluatesNothingAndAllocatesNothing) {
 
   EXPECT_EQ(evaluated, 1);
   EXPECT_EQ(sink.records().size(), 1u);
-  if (!n7testing::CountsAllocations()) GTEST_SKIP() << "allocations are not counted under sanitizers";
+  if (!n7testing::CountsAllocations())
+    GTEST_SKIP() << "allocations are not counted under sanitizers";
   EXPECT_EQ(disabled_allocations, 0u);
   EXPECT_GT(enabled_allocations, 0u);  // the counter does see the enabled site
 }

@@ -47,7 +47,7 @@ class SystemClock final : public Clock {
     const std::uint64_t now = TickCount();
     if (now >= deadline) return;
     // The caller re-checks after every return, so a long wait may be cut into shorter ones.
-    constexpr std::uint64_t kLongestSleep = 24 * 60 * 60 * 1000ull;
+    constexpr std::uint64_t kLongestSleep = 24ull * 60 * 60 * 1000;
     const std::uint64_t remaining = std::min(deadline - now, kLongestSleep);
     sleeper.cv.wait_for(kernel_lock,
                         std::chrono::milliseconds(static_cast<std::int64_t>(remaining)));

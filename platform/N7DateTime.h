@@ -34,6 +34,7 @@ class N7_EXPORT CN7DateTime {
     return a.is_valid() && b.is_valid() ? a.seconds_ - b.seconds_ : 0;
   }
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): a false report on defaulted comparisons
   friend constexpr auto operator<=>(const CN7DateTime&, const CN7DateTime&) = default;
 
  private:
