@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <memory_resource>
 #include <set>
 #include <sstream>
 
@@ -70,10 +71,10 @@ struct ByDueTime {
   }
 };
 
-using DueQueue = std::set<TaskRecord, ByDueTime>;
+using DueQueue = std::pmr::set<TaskRecord, ByDueTime>;
 // Every pending task by identity, with its place in the due queue, so that replacing or removing
 // a task costs one search.
-using PendingIndex = std::map<TaskIdentity, DueQueue::iterator>;
+using PendingIndex = std::pmr::map<TaskIdentity, DueQueue::iterator>;
 // The last metered due time of every identity ever metered.
 using MeteringTable = std::map<TaskIdentity, CN7DateTime>;
 
@@ -108,8 +109,9 @@ class CScheduler {
   // nested use goes through these so the thread-safety analysis can follow it.
   void ScheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
   void DescheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
-  // Traces the removal and takes the task out of the due queue; the caller erases `pending`.
-  void DropFromDueQueue(PendingIndex::iterator pending) REQUIRES(m_lock);
+  void TraceDeschedule(const TaskRecord& task) REQUIRES(m_lock);
+  // Takes a pending task out of both containers; returns the next pending entry.
+  PendingIndex::iterator Remove(PendingIndex::iterator pending) REQUIRES(m_lock);
 
   static UINT ThreadEntry(LPVOID self);
   UINT MemberThread() EXCLUDES(m_lock);
@@ -125,8 +127,11 @@ class CScheduler {
   bool m_wakePending GUARDED_BY(m_lock) = false;
   HANDLE m_wakeEvent GUARDED_BY(m_lock) = nullptr;
   CCriticalSection m_lock;
-  DueQueue m_dueQueue GUARDED_BY(m_lock);
-  PendingIndex m_pending GUARDED_BY(m_lock);
+  // Both containers draw their nodes from one pool: no allocator call per task and the nodes of
+  // a busy queue lie close together. The lock serialises every use of the pool.
+  std::pmr::unsynchronized_pool_resource m_nodePool GUARDED_BY(m_lock);
+  DueQueue m_dueQueue GUARDED_BY(m_lock){&m_nodePool};
+  PendingIndex m_pending GUARDED_BY(m_lock){&m_nodePool};
   MeteringTable m_metering GUARDED_BY(m_lock);
   n7trace::intTopicHdl* const m_topic;
 };
@@ -157,7 +162,10 @@ void CScheduler::ScheduleTaskLocked(const TaskRecord& task) {
   const bool wake = !m_wakePending && (m_dueQueue.empty() || task.due < m_dueQueue.begin()->due);
   // A pending task of the same identity is replaced: its index entry is reused for the new one.
   auto [pending, is_new] = m_pending.try_emplace(IdentityOf(task));
-  if (!is_new) DropFromDueQueue(pending);
+  if (!is_new) {
+    TraceDeschedule(*pending->second);
+    m_dueQueue.erase(pending->second);
+  }
   N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::ScheduleTask()", kSourceFile,
                    "ScheduleTaskAt({},{},{}) in {} sec")
       << task.callback->m_description << task.context << task.id << (task.due - CN7DateTime::now());
@@ -208,17 +216,23 @@ void CScheduler::DescheduleTask(const TaskRecord& task) {
 void CScheduler::DescheduleTaskLocked(const TaskRecord& task) {
   auto pending = m_pending.find(IdentityOf(task));
   if (pending == m_pending.end()) return;
-  DropFromDueQueue(pending);
-  m_pending.erase(pending);
+  TraceDeschedule(*pending->second);
+  Remove(pending);
 }
 
-void CScheduler::DropFromDueQueue(PendingIndex::iterator pending) {
-  const TaskRecord& task = *pending->second;
+void CScheduler::TraceDeschedule(const TaskRecord& task) {
   N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::DescheduleTask", kSourceFile,
                    "{}")
       << "DescheduleTask(" + task.callback->m_description + "," + PointerText(task.context) + "," +
              std::to_string(task.id) + ")";
+}
+
+PendingIndex::iterator CScheduler::Remove(PendingIndex::iterator pending) {
   m_dueQueue.erase(pending->second);
+  auto next = m_pending.erase(pending);
+  // An idle scheduler gives its nodes back rather than keep them for its busiest moment.
+  if (m_pending.empty()) m_nodePool.release();
+  return next;
 }
 
 void CScheduler::DescheduleTasks(const TaskRecord& task) {
@@ -246,8 +260,8 @@ template <typename SameGroup>
 void CScheduler::DescheduleRange(const TaskIdentity& from, SameGroup same_group) {
   auto found = m_pending.lower_bound(from);
   while (found != m_pending.end() && same_group(found->first)) {
-    DropFromDueQueue(found);
-    found = m_pending.erase(found);
+    TraceDeschedule(*found->second);
+    found = Remove(found);
   }
 }
 
@@ -279,8 +293,7 @@ DWORD CScheduler::NextWaitMilliseconds() {
 void CScheduler::RunDueTasks() {
   while (!m_dueQueue.empty() && !(CN7DateTime::now() < m_dueQueue.begin()->due)) {
     const TaskRecord task = *m_dueQueue.begin();
-    m_dueQueue.erase(m_dueQueue.begin());
-    m_pending.erase(IdentityOf(task));
+    Remove(m_pending.find(IdentityOf(task)));
     N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::MemberThread()", kSourceFile,
                      "Running({},{},{})")
         << task.callback->m_description << task.context << task.id;

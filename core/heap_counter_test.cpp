@@ -48,6 +48,16 @@ void* CountedMalloc(std::size_t size) noexcept {
   return block;
 }
 
+void* CountedAlignedMalloc(std::size_t size, std::align_val_t alignment) noexcept {
+  const auto align = static_cast<std::size_t>(alignment);
+  void* block = std::aligned_alloc(align, (size + align - 1) / align * align);
+  if (block != nullptr) {
+    ++t_allocations;
+    g_live_bytes.fetch_add(malloc_usable_size(block), std::memory_order_relaxed);
+  }
+  return block;
+}
+
 void CountedFree(void* block) noexcept {
   if (block == nullptr) return;
   g_live_bytes.fetch_sub(malloc_usable_size(block), std::memory_order_relaxed);
@@ -65,6 +75,17 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Co
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return CountedMalloc(size);
 }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  if (void* block = CountedAlignedMalloc(size, alignment)) return block;
+  throw std::bad_alloc();
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return operator new(size, alignment);
+}
+void operator delete(void* block, std::align_val_t) noexcept { CountedFree(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { CountedFree(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept { CountedFree(block); }
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { CountedFree(block); }
 void operator delete(void* block) noexcept { CountedFree(block); }
 void operator delete[](void* block) noexcept { CountedFree(block); }
 void operator delete(void* block, std::size_t) noexcept { CountedFree(block); }
