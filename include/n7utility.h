@@ -3,6 +3,7 @@
 
 // Platform layer: Win32 and framework names over Linux.
 #include "platform/Clock.h"
+#include "platform/Exceptions.h"
 #include "platform/KernelObjects.h"
 #include "platform/ManualClock.h"
 #include "platform/N7DateTime.h"
@@ -22,4 +23,7 @@
 #include "core/trace.h"
 
 // The library's families.
+#include "Utility/DirectoryChangeNotifier.h"
+#include "Utility/ReadWriteLock.h"
 #include "Utility/Scheduler.h"
+#include "Utility/WaitableObjects.h"

@@ -106,6 +106,12 @@ HandleTable& Handles() REQUIRES(KernelLock()) {
 
 }  // namespace
 
+bool RefuseName(LPCWSTR name) {
+  if (name == nullptr) return false;
+  SetLastError(ERROR_NOT_SUPPORTED);
+  return true;
+}
+
 HANDLE InsertHandle(std::shared_ptr<KernelObject> object) {
   return Handles().Insert(std::move(object));
 }
@@ -267,10 +273,7 @@ using n7platform::internal::KernelObject;
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES /*security*/, BOOL manual_reset, BOOL initial_state,
                     LPCWSTR name) {
-  if (name != nullptr) {
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return nullptr;
-  }
+  if (n7platform::internal::RefuseName(name)) return nullptr;
   auto event = std::make_shared<Event>(manual_reset != FALSE, initial_state != FALSE);
   KernelGuard guard;
   return n7platform::internal::InsertHandle(std::move(event));
@@ -299,6 +302,7 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
     SetLastError(ERROR_INVALID_PARAMETER);
     return WAIT_FAILED;
   }
+  n7platform::internal::WatchThreadExit();
   // The wait holds its objects, so closing a handle meanwhile does not pull one from under it.
   std::shared_ptr<KernelObject> objects[MAXIMUM_WAIT_OBJECTS];
   KernelGuard guard;

@@ -46,7 +46,8 @@ N7_EXPORT BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* prev
 // Watches one directory (not its subdirectories: `watch_subtree` TRUE fails with
 // ERROR_NOT_SUPPORTED) for the changes named by `filter` (FILE_NOTIFY_CHANGE_*). The handle is
 // signalled by the first such change and stays signalled until FindNextChangeNotification
-// re-arms it, which also forgets the changes made before. INVALID_HANDLE_VALUE on failure:
+// re-arms it, which also forgets the changes made before. Changes reach the notifications of the
+// process in the order in which they happened. INVALID_HANDLE_VALUE on failure:
 // ERROR_PATH_NOT_FOUND, ERROR_DIRECTORY (not a directory), ERROR_ACCESS_DENIED,
 // ERROR_INVALID_PARAMETER (no known filter bit), ERROR_NOT_ENOUGH_MEMORY (system limits).
 N7_EXPORT HANDLE FindFirstChangeNotificationW(LPCWSTR path, BOOL watch_subtree, DWORD filter);

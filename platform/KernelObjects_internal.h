@@ -84,6 +84,17 @@ class KernelObject {
   std::vector<Waiter*> waiters_ GUARDED_BY(KernelLock());
 };
 
+// Sets ERROR_NOT_SUPPORTED and returns true when `name` is not null: objects are unnamed.
+bool RefuseName(LPCWSTR name);
+
+// Makes the calling thread abandon the mutexes it still owns when it ends. Called by every wait
+// and by a creation that takes ownership, on the thread that will own the mutex.
+void WatchThreadExit();
+
+// Abandons every mutex that `thread` owns: each becomes free, and the next wait that takes it
+// reports WAIT_ABANDONED.
+void AbandonMutexesOf(DWORD thread) REQUIRES(KernelLock());
+
 // Enters `object` in the handle table. Null with ERROR_NOT_ENOUGH_MEMORY when the table is full.
 HANDLE InsertHandle(std::shared_ptr<KernelObject> object) REQUIRES(KernelLock());
 

@@ -11,6 +11,7 @@
 
 #include "platform/ClockFixture_internal.h"
 #include "platform/SyncObjects.h"
+#include "platform/Thread.h"
 
 namespace n7platform {
 namespace {
@@ -294,6 +295,179 @@ TEST(ConcurrencyTest, AutoResetEventHandsOverToExactlyOneThread) {
   SetEvent(start);
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(counter, kThreads * kRounds);
+}
+
+// A kernel object handle, closed at the end of the scope.
+class Handle {
+ public:
+  explicit Handle(HANDLE handle) : handle_(handle) {}
+  ~Handle() { CloseHandle(handle_); }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+  operator HANDLE() const { return handle_; }  // NOLINT(google-explicit-constructor)
+
+ private:
+  HANDLE handle_;
+};
+
+// Runs `work` on a thread of its own and waits for it to end.
+template <typename Work>
+void OnOtherThread(Work work) {
+  std::thread(work).join();
+}
+
+TEST(MutexTest, OwnerTakesItRecursivelyOthersWaitAndCannotRelease) {
+  Handle mutex(CreateMutexW(nullptr, TRUE, nullptr));
+  EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0);  // owned twice now
+  OnOtherThread([&] {
+    EXPECT_EQ(Poll(mutex), WAIT_TIMEOUT);
+    EXPECT_EQ(Failure([&] { return static_cast<DWORD>(ReleaseMutex(mutex)); }),
+              std::pair(0u, ERROR_NOT_OWNER));
+  });
+  EXPECT_TRUE(ReleaseMutex(mutex));
+  OnOtherThread([&] { EXPECT_EQ(Poll(mutex), WAIT_TIMEOUT); });
+  EXPECT_TRUE(ReleaseMutex(mutex));
+  EXPECT_EQ(Failure([&] { return static_cast<DWORD>(ReleaseMutex(mutex)); }),
+            std::pair(0u, ERROR_NOT_OWNER));
+  OnOtherThread([&] {
+    EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseMutex(mutex));
+  });
+  Event event(true, true);
+  EXPECT_EQ(Failure([&] { return static_cast<DWORD>(ReleaseMutex(event)); }),
+            std::pair(0u, ERROR_INVALID_HANDLE));
+}
+
+TEST(MutexTest, ThreadThatEndsHoldingItAbandonsItOnce) {
+  Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
+  Event other(false, false);
+  OnOtherThread([&] { EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0); });
+  const HANDLE handles[] = {other, mutex};
+  EXPECT_EQ(WaitForMultipleObjects(2, handles, FALSE, 0), WAIT_ABANDONED_0 + 1);
+  EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0);  // owned twice by this thread, no longer abandoned
+  EXPECT_TRUE(ReleaseMutex(mutex));
+  EXPECT_TRUE(ReleaseMutex(mutex));
+
+  // A mutex whose last handle is closed by its owner still follows the owner's end.
+  HANDLE closed = nullptr;
+  OnOtherThread([&] {
+    closed = CreateMutexW(nullptr, TRUE, nullptr);
+    EXPECT_TRUE(CloseHandle(closed));
+  });
+}
+
+UINT HoldUntilSet(LPVOID param) {
+  const auto* handles = static_cast<const HANDLE*>(param);
+  EXPECT_EQ(WaitForSingleObject(handles[0], INFINITE), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(handles[1], INFINITE), WAIT_OBJECT_0);
+  return 0;
+}
+
+using MutexWaitTest = ManualClockTest;
+
+TEST_F(MutexWaitTest, EndOfAFrameworkThreadAbandonsItsMutexToTheWaiter) {
+  Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
+  Event finish(true, false);
+  const HANDLE held[] = {mutex, finish};
+  CWinThread* owner = AfxBeginThread(HoldUntilSet, const_cast<HANDLE*>(held));
+  ASSERT_NE(owner, nullptr);
+  owner->m_bAutoDelete = FALSE;
+  clock_.AwaitSleepers(1);  // the owner holds the mutex and waits
+  AsyncWait waiter({mutex}, FALSE, INFINITE);
+  clock_.AwaitSleepers(2);
+
+  SetEvent(finish);
+  EXPECT_EQ(WaitForSingleObject(*owner, INFINITE), WAIT_OBJECT_0);
+  EXPECT_EQ(waiter.Result(), WAIT_ABANDONED_0);
+  delete owner;
+}
+
+TEST(MutexTest, WaitsForAllOfOverlappingMutexesNeverDeadlockOrOverlap) {
+  constexpr int kRounds = 3000;
+  Handle a(CreateMutexW(nullptr, FALSE, nullptr));
+  Handle b(CreateMutexW(nullptr, FALSE, nullptr));
+  std::atomic<int> holders_a{0};
+  std::atomic<int> holders_b{0};
+  const auto run = [&](std::vector<HANDLE> handles) {
+    for (int round = 0; round < kRounds; ++round) {
+      const DWORD count = static_cast<DWORD>(handles.size());
+      ASSERT_EQ(WaitForMultipleObjects(count, handles.data(), TRUE, INFINITE), WAIT_OBJECT_0);
+      for (HANDLE handle : handles) {
+        auto& holders = handle == static_cast<HANDLE>(a) ? holders_a : holders_b;
+        EXPECT_EQ(++holders, 1);
+      }
+      for (HANDLE handle : handles) {
+        --(handle == static_cast<HANDLE>(a) ? holders_a : holders_b);
+        EXPECT_TRUE(ReleaseMutex(handle));
+      }
+    }
+  };
+  std::thread forward(run, std::vector<HANDLE>{a, b});
+  std::thread backward(run, std::vector<HANDLE>{b, a});
+  std::thread single(run, std::vector<HANDLE>{b});
+  forward.join();
+  backward.join();
+  single.join();
+}
+
+TEST(SemaphoreTest, CountsBetweenZeroAndMaximum) {
+  Handle semaphore(CreateSemaphoreW(nullptr, 1, 3, nullptr));
+  EXPECT_EQ(Poll(semaphore), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(semaphore), WAIT_TIMEOUT);
+  LONG previous = -1;
+  EXPECT_TRUE(ReleaseSemaphore(semaphore, 3, &previous));
+  EXPECT_EQ(previous, 0);
+  EXPECT_EQ(Failure([&] { return static_cast<DWORD>(ReleaseSemaphore(semaphore, 1, &previous)); }),
+            std::pair(0u, ERROR_TOO_MANY_POSTS));
+  EXPECT_EQ(previous, 0);  // untouched by the failure
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(Poll(semaphore), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(semaphore), WAIT_TIMEOUT);
+  EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, nullptr));
+
+  EXPECT_EQ(Failure([&] { return static_cast<DWORD>(ReleaseSemaphore(semaphore, 0, nullptr)); }),
+            std::pair(0u, ERROR_INVALID_PARAMETER));
+  for (const auto& counts : {std::pair(0, 0), std::pair(-1, 1), std::pair(2, 1)}) {
+    EXPECT_EQ(Failure([&] {
+                return static_cast<DWORD>(
+                    CreateSemaphoreW(nullptr, counts.first, counts.second, nullptr) != nullptr);
+              }),
+              std::pair(0u, ERROR_INVALID_PARAMETER));
+  }
+}
+
+TEST_F(BlockingWaitTest, ReleasedSemaphoreUnitsWakeAsManyWaiters) {
+  Handle semaphore(CreateSemaphoreW(nullptr, 0, 2, nullptr));
+  AsyncWait first(semaphore, INFINITE);
+  AsyncWait second(semaphore, INFINITE);
+  clock_.AwaitSleepers(2);
+  EXPECT_TRUE(ReleaseSemaphore(semaphore, 2, nullptr));
+  EXPECT_EQ(first.Result(), WAIT_OBJECT_0);
+  EXPECT_EQ(second.Result(), WAIT_OBJECT_0);
+  EXPECT_EQ(Poll(semaphore), WAIT_TIMEOUT);
+}
+
+TEST_F(BlockingWaitTest, SixtyFourHandlesReportTheLastIndex) {
+  std::vector<std::unique_ptr<Event>> events;
+  std::vector<HANDLE> handles;
+  for (DWORD i = 0; i < MAXIMUM_WAIT_OBJECTS; ++i) {
+    events.push_back(std::make_unique<Event>(false, false));
+    handles.push_back(*events.back());
+  }
+  AsyncWait any(handles, FALSE, INFINITE);
+  AsyncWait all(handles, TRUE, INFINITE);
+  clock_.AwaitSleepers(2);
+  SetEvent(handles.back());
+  EXPECT_EQ(any.Result(), WAIT_OBJECT_0 + MAXIMUM_WAIT_OBJECTS - 1);
+  for (HANDLE handle : handles) SetEvent(handle);
+  EXPECT_EQ(all.Result(), WAIT_OBJECT_0);
+  for (HANDLE handle : handles) EXPECT_EQ(Poll(handle), WAIT_TIMEOUT);
+
+  Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
+  OnOtherThread([&] { EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0); });
+  handles.back() = mutex;
+  EXPECT_EQ(WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS, handles.data(), FALSE, 0),
+            WAIT_ABANDONED_0 + MAXIMUM_WAIT_OBJECTS - 1);
+  EXPECT_TRUE(ReleaseMutex(mutex));
 }
 
 }  // namespace

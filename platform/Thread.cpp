@@ -64,6 +64,9 @@ void* ThreadMain(void* argument) {
   {
     KernelGuard guard;
     if (self->owner != nullptr && self->owner->m_bAutoDelete) to_delete = self->owner;
+    // Mutexes are abandoned before the thread counts as ended, so that whoever waited for the
+    // thread finds them abandoned already.
+    AbandonMutexesOf(self->id);
     self->End(exit_code);
   }
   delete to_delete;

@@ -1,0 +1,312 @@
+// Directory change notifications: kernel objects signalled by inotify.
+//
+// The whole process shares one inotify instance (instances are a scarce per-user resource) and
+// one watcher thread of the platform layer, blocked in poll() on it. When events arrive the
+// watcher reads them and signals the change notifications they concern. Re-arming reads the
+// pending events itself before it resets the object, so a change made before the re-arm can
+// never signal it afterwards, whatever the watcher thread is doing.
+//
+// Lock order: the watcher's section, then the kernel lock. A change notification is destroyed
+// outside the kernel lock (CloseHandle and the waits release their references after it), and its
+// destructor takes the section to end its watch.
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/KernelObjects.h"
+#include "platform/KernelObjects_internal.h"
+#include "platform/NoDestructor.h"
+#include "platform/SyncObjects.h"
+
+namespace n7platform::internal {
+namespace {
+
+constexpr std::uint32_t kNameEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO;
+constexpr DWORD kKnownFilters = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
+                                FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SIZE |
+                                FILE_NOTIFY_CHANGE_LAST_WRITE | FILE_NOTIFY_CHANGE_LAST_ACCESS |
+                                FILE_NOTIFY_CHANGE_CREATION | FILE_NOTIFY_CHANGE_SECURITY;
+
+// The inotify events that a FILE_NOTIFY_CHANGE_* filter counts as changes.
+struct Interest {
+  bool file_names = false;
+  bool directory_names = false;
+  std::uint32_t other_events = 0;  // counted whatever they name
+
+  static Interest Of(DWORD filter) {
+    Interest interest;
+    interest.file_names = (filter & FILE_NOTIFY_CHANGE_FILE_NAME) != 0;
+    interest.directory_names = (filter & FILE_NOTIFY_CHANGE_DIR_NAME) != 0;
+    if ((filter & (FILE_NOTIFY_CHANGE_ATTRIBUTES | FILE_NOTIFY_CHANGE_SECURITY |
+                   FILE_NOTIFY_CHANGE_CREATION)) != 0) {
+      interest.other_events |= IN_ATTRIB;
+    }
+    if ((filter & (FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE)) != 0) {
+      interest.other_events |= IN_MODIFY;
+    }
+    if ((filter & FILE_NOTIFY_CHANGE_LAST_ACCESS) != 0) interest.other_events |= IN_ACCESS;
+    return interest;
+  }
+
+  std::uint32_t WatchMask() const {
+    return other_events | (file_names || directory_names ? kNameEvents : 0);
+  }
+
+  // A lost queue or a vanished directory counts for everyone: the client has to look.
+  bool Matches(std::uint32_t mask) const {
+    if ((mask & (IN_IGNORED | IN_Q_OVERFLOW)) != 0) return true;
+    if ((mask & kNameEvents) != 0) return (mask & IN_ISDIR) != 0 ? directory_names : file_names;
+    return (mask & other_events) != 0;
+  }
+};
+
+class ChangeNotification final : public KernelObject {
+ public:
+  explicit ChangeNotification(Interest interest) : interest_(interest) {}
+  ~ChangeNotification() override;
+
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) { return signalled_; }
+  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) { return false; }
+
+  void Signal() REQUIRES(KernelLock()) {
+    if (signalled_) return;
+    signalled_ = true;
+    SatisfyWaiters();
+  }
+  void Rearm() REQUIRES(KernelLock()) { signalled_ = false; }
+
+  const Interest& interest() const { return interest_; }
+  // Set once, by the watcher, before the object is reachable by a handle.
+  void set_watch(int watch) { watch_ = watch; }
+
+ private:
+  const Interest interest_;
+  int watch_ = -1;
+  bool signalled_ GUARDED_BY(KernelLock()) = false;
+};
+
+using Notifications = std::vector<std::shared_ptr<ChangeNotification>>;
+
+class Watcher {
+ public:
+  Watcher();
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+
+  // Watches `path` for `notification`; ERROR_SUCCESS or the error to report.
+  DWORD Watch(const std::string& path, const std::shared_ptr<ChangeNotification>& notification);
+  void Unwatch(int watch, const ChangeNotification* notification);
+  // Signals the notifications that the pending events concern, then re-arms `rearm` (if any).
+  void Deliver(ChangeNotification* rearm);
+
+ private:
+  struct Entry {
+    const ChangeNotification* object;
+    std::weak_ptr<ChangeNotification> reference;
+  };
+
+  void Run();
+  Notifications ReadChanges() REQUIRES(section_);
+  void Collect(std::uint32_t mask, int watch, Notifications& changed) REQUIRES(section_);
+
+  CCriticalSection section_;  // serialises reading the instance and changing the watches
+  const int fd_;
+  bool running_ = false;  // set by the constructor only
+  std::unordered_map<int, std::vector<Entry>> watches_ GUARDED_BY(section_);
+};
+
+Watcher& TheWatcher() {
+  static NoDestructor<Watcher> watcher;
+  return *watcher;
+}
+
+ChangeNotification::~ChangeNotification() {
+  if (watch_ >= 0) TheWatcher().Unwatch(watch_, this);
+}
+
+Watcher::Watcher() : fd_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+  if (fd_ < 0) return;
+  try {
+    std::thread([this] { Run(); }).detach();
+    running_ = true;
+  } catch (const std::system_error&) {
+    // Without its thread the watcher refuses every watch.
+  }
+}
+
+DWORD ErrorOfWatch(int error) {
+  switch (error) {
+    case ENOTDIR:
+      return ERROR_DIRECTORY;
+    case EACCES:
+      return ERROR_ACCESS_DENIED;
+    case ENOMEM:
+    case ENOSPC:
+      return ERROR_NOT_ENOUGH_MEMORY;
+    default:
+      return ERROR_PATH_NOT_FOUND;
+  }
+}
+
+DWORD Watcher::Watch(const std::string& path,
+                     const std::shared_ptr<ChangeNotification>& notification) {
+  if (!running_) return ERROR_NOT_ENOUGH_MEMORY;
+  CriticalSectionLock lock(section_);
+  // A directory watched twice has one watch; its mask is the union of what each asks for.
+  const int watch = inotify_add_watch(
+      fd_, path.c_str(), notification->interest().WatchMask() | IN_MASK_ADD | IN_ONLYDIR);
+  if (watch < 0) return ErrorOfWatch(errno);
+  watches_[watch].push_back(Entry{notification.get(), notification});
+  notification->set_watch(watch);
+  return ERROR_SUCCESS;
+}
+
+void Watcher::Unwatch(int watch, const ChangeNotification* notification) {
+  CriticalSectionLock lock(section_);
+  const auto found = watches_.find(watch);
+  if (found == watches_.end()) return;
+  auto& entries = found->second;
+  std::erase_if(entries, [&](const Entry& entry) { return entry.object == notification; });
+  if (!entries.empty()) return;
+  watches_.erase(found);
+  inotify_rm_watch(fd_, watch);  // fails harmlessly when the directory is gone
+}
+
+void Watcher::Deliver(ChangeNotification* rearm) {
+  Notifications changed;  // released last: a notification's destructor takes the section
+  CriticalSectionLock lock(section_);
+  changed = ReadChanges();
+  KernelGuard guard;
+  for (const auto& notification : changed) notification->Signal();
+  if (rearm != nullptr) rearm->Rearm();
+}
+
+Notifications Watcher::ReadChanges() {
+  Notifications changed;
+  alignas(inotify_event) char buffer[16 * 1024];
+  for (;;) {
+    const ssize_t length = read(fd_, buffer, sizeof buffer);
+    if (length <= 0) return changed;  // EAGAIN: nothing more pending
+    for (std::size_t offset = 0;
+         offset + sizeof(inotify_event) <= static_cast<std::size_t>(length);) {
+      inotify_event event{};
+      std::memcpy(&event, buffer + offset, sizeof event);
+      Collect(event.mask, event.wd, changed);
+      offset += sizeof event + event.len;
+    }
+  }
+}
+
+void Watcher::Collect(std::uint32_t mask, int watch, Notifications& changed) {
+  const auto add = [&](const std::vector<Entry>& entries) {
+    for (const Entry& entry : entries) {
+      if (!entry.object->interest().Matches(mask)) continue;
+      if (auto notification = entry.reference.lock()) changed.push_back(std::move(notification));
+    }
+  };
+  if ((mask & IN_Q_OVERFLOW) != 0) {
+    for (const auto& [_, entries] : watches_) add(entries);
+    return;
+  }
+  const auto found = watches_.find(watch);
+  if (found != watches_.end()) add(found->second);
+}
+
+void Watcher::Run() {
+  for (;;) {
+    pollfd readable{fd_, POLLIN, 0};
+    if (poll(&readable, 1, -1) < 0) {
+      if (errno == EINTR || errno == ENOMEM) continue;
+      return;
+    }
+    Deliver(nullptr);
+  }
+}
+
+// The path in the encoding of the file system (UTF-8); nothing for text that is not Unicode.
+std::optional<std::string> ToUtf8(const wchar_t* text) {
+  std::string out;
+  for (; *text != L'\0'; ++text) {
+    // wchar_t holds UTF-32 here; a negative value is no code point and fails the range test.
+    const auto c = static_cast<std::uint32_t>(
+        static_cast<std::int32_t>(*text));  // NOLINT(bugprone-signed-char-misuse)
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return std::nullopt;
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+      continue;
+    }
+    const int tail = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    constexpr std::uint32_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(kLead[tail] | (c >> (6 * tail)));
+    for (int i = tail - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
+  }
+  return out;
+}
+
+// The change notification behind `handle`, held so that it outlives a concurrent close.
+std::shared_ptr<ChangeNotification> FindNotification(HANDLE handle) {
+  KernelGuard guard;
+  auto notification = std::dynamic_pointer_cast<ChangeNotification>(FindObject(handle));
+  if (notification == nullptr) SetLastError(ERROR_INVALID_HANDLE);
+  return notification;
+}
+
+HANDLE Fail(DWORD error) {
+  SetLastError(error);
+  return INVALID_HANDLE_VALUE;
+}
+
+}  // namespace
+}  // namespace n7platform::internal
+
+using n7platform::internal::ChangeNotification;
+using n7platform::internal::KernelGuard;
+
+HANDLE FindFirstChangeNotificationW(LPCWSTR path, BOOL watch_subtree, DWORD filter) {
+  using n7platform::internal::Fail;
+  if (path == nullptr || (filter & n7platform::internal::kKnownFilters) == 0 ||
+      (filter & ~n7platform::internal::kKnownFilters) != 0) {
+    return Fail(ERROR_INVALID_PARAMETER);
+  }
+  if (watch_subtree != FALSE) return Fail(ERROR_NOT_SUPPORTED);
+  const std::optional<std::string> utf8 = n7platform::internal::ToUtf8(path);
+  if (!utf8) return Fail(ERROR_PATH_NOT_FOUND);
+
+  auto notification =
+      std::make_shared<ChangeNotification>(n7platform::internal::Interest::Of(filter));
+  const DWORD error = n7platform::internal::TheWatcher().Watch(*utf8, notification);
+  if (error != ERROR_SUCCESS) return Fail(error);
+  HANDLE handle = nullptr;
+  {
+    KernelGuard guard;
+    handle = n7platform::internal::InsertHandle(notification);
+  }
+  return handle != nullptr ? handle : INVALID_HANDLE_VALUE;
+}
+
+BOOL FindNextChangeNotification(HANDLE handle) {
+  const auto notification = n7platform::internal::FindNotification(handle);
+  if (notification == nullptr) return FALSE;
+  n7platform::internal::TheWatcher().Deliver(notification.get());
+  return TRUE;
+}
+
+BOOL FindCloseChangeNotification(HANDLE handle) {
+  std::shared_ptr<n7platform::internal::KernelObject> closed;  // destroyed after the lock
+  KernelGuard guard;
+  if (n7platform::internal::FindObjectOf<ChangeNotification>(handle) == nullptr) return FALSE;
+  closed = n7platform::internal::RemoveHandle(handle);
+  return TRUE;
+}

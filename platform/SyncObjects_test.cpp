@@ -1,0 +1,75 @@
+#include "platform/SyncObjects.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "platform/Exceptions.h"
+#include "platform/KernelObjects.h"
+
+namespace {
+
+TEST(SingleLockTest, LocksOnceUnlocksOnDestructionAndToleratesNull) {
+  CMutex mutex;
+  {
+    CSingleLock lock(&mutex, TRUE);
+    EXPECT_TRUE(lock.IsLocked());
+    EXPECT_TRUE(lock.Lock(0));  // already locked: not taken a second time
+    std::thread([&] { EXPECT_FALSE(CSingleLock(&mutex).Lock(0)); }).join();
+  }
+  std::thread([&] {
+    CSingleLock lock(&mutex);
+    EXPECT_TRUE(lock.Lock(0));
+    EXPECT_TRUE(lock.Unlock());
+    EXPECT_FALSE(lock.IsLocked());
+    EXPECT_TRUE(lock.Unlock());  // not locked: nothing to do
+  }).join();
+
+  CSingleLock none(nullptr);
+  EXPECT_FALSE(none.Lock(0));
+  EXPECT_FALSE(none.IsLocked());
+}
+
+TEST(SyncObjectTest, KindsWrapTheirKernelObjects) {
+  CEvent event(FALSE, TRUE);
+  EXPECT_FALSE(event.Lock(0));
+  EXPECT_TRUE(event.SetEvent());
+  EXPECT_TRUE(event.Lock(0));
+  EXPECT_TRUE(event.Lock(0));  // manual reset
+  EXPECT_TRUE(event.ResetEvent());
+  EXPECT_FALSE(event.Lock(0));
+
+  CSemaphore semaphore(0, 2);
+  EXPECT_FALSE(semaphore.Lock(0));
+  LONG previous = -1;
+  EXPECT_TRUE(semaphore.Unlock(2, &previous));
+  EXPECT_EQ(previous, 0);
+  EXPECT_FALSE(semaphore.Unlock());
+  EXPECT_TRUE(semaphore.Lock(0));
+  EXPECT_TRUE(semaphore.Unlock());
+
+  CMutex owned(TRUE);
+  std::thread([&] { EXPECT_FALSE(owned.Unlock()); }).join();
+  EXPECT_TRUE(owned.Unlock());
+}
+
+// Whether `create` threw a CResourceException (which is released).
+template <typename Create>
+bool ThrowsResourceException(Create create) {
+  try {
+    create();
+  } catch (CResourceException* e) {
+    delete e;
+    return true;
+  }
+  return false;
+}
+
+TEST(SyncObjectTest, ObjectThatCannotBeCreatedThrowsResourceException) {
+  EXPECT_TRUE(ThrowsResourceException([] { CSemaphore impossible(2, 1); }));
+  EXPECT_TRUE(ThrowsResourceException([] { CEvent named(FALSE, FALSE, L"named"); }));
+  EXPECT_TRUE(ThrowsResourceException([] { CMutex named(FALSE, L"named"); }));
+  EXPECT_FALSE(ThrowsResourceException([] { CMutex unnamed; }));
+}
+
+}  // namespace
