@@ -20,6 +20,8 @@ const ErrorCode invalid_utf8("error.n7core.string.invalidUtf8", true);
 const ErrorCode invalid_utf16("error.n7core.string.invalidUtf16", true);
 const ErrorCode base64_invalid_character("error.n7core.base64.invalidCharacter", true);
 const ErrorCode base64_truncated("error.n7core.base64.truncatedSequence", true);
+const ErrorCode std_exception("error.n7core.exception", true);
+const ErrorCode unknown_exception("error.n7core.unknownException", true);
 }  // namespace errors
 
 namespace {
@@ -98,12 +100,70 @@ ErrorCode::~ErrorCode() { registry().remove(*this); }
 
 const ErrorCode* ErrorCode::find(std::string_view name) { return registry().find(name); }
 
-ErrorInfo::ErrorInfo(const ErrorCode& code, std::string message, const SourceLocation& location)
-    : code_(&code), message_(std::move(message)), location_(location) {}
+ErrorParams& ErrorParams::add(std::string name, std::string value) {
+  values_.emplace_back(std::move(name), std::move(value));
+  return *this;
+}
+
+ErrorParams& ErrorParams::add(std::string name, std::int64_t value) {
+  return add(std::move(name), std::to_string(value));
+}
+
+const std::string* ErrorParams::find(std::string_view name) const noexcept {
+  for (auto it = values_.rbegin(); it != values_.rend(); ++it) {
+    if (it->first == name) return &it->second;
+  }
+  return nullptr;
+}
+
+std::string ErrorParams::format(std::string_view message) const {
+  constexpr std::string_view kOpen = "{@";
+  std::string out;
+  out.reserve(message.size());
+  while (!message.empty()) {
+    const std::size_t open = message.find(kOpen);
+    const std::size_t close =
+        open == std::string_view::npos ? open : message.find('}', open + kOpen.size());
+    if (close == std::string_view::npos) break;
+    const std::string* value =
+        find(message.substr(open + kOpen.size(), close - open - kOpen.size()));
+    out.append(message.substr(0, open));
+    out.append(value != nullptr ? std::string_view(*value)
+                                : message.substr(open, close - open + 1));
+    message.remove_prefix(close + 1);
+  }
+  out.append(message);
+  return out;
+}
+
+ErrorInfo::ErrorInfo(const ErrorCode& code, std::string message, ErrorParams params,
+                     const SourceLocation& location)
+    : code_(&code), message_(std::move(message)), params_(std::move(params)), location_(location) {}
 
 RefCountPtr<const ErrorInfo> ErrorInfo::create(const ErrorCode& code, std::string message,
                                                const SourceLocation& location) {
-  return RefCountPtr<const ErrorInfo>(new ErrorInfo(code, std::move(message), location));
+  return RefCountPtr<const ErrorInfo>(
+      new ErrorInfo(code, std::move(message), ErrorParams(), location));
+}
+
+RefCountPtr<const ErrorInfo> ErrorInfo::create(const ErrorCode& code, std::string_view message,
+                                               ErrorParams params, const SourceLocation& location) {
+  std::string text = params.format(message);
+  return RefCountPtr<const ErrorInfo>(
+      new ErrorInfo(code, std::move(text), std::move(params), location));
+}
+
+RefCountPtr<const ErrorInfo> ErrorInfo::from_exception(const std::exception_ptr& error) {
+  const SourceLocation location("n7core::ErrorInfo::from_exception", "core/error", __LINE__);
+  try {
+    std::rethrow_exception(error);
+  } catch (const ErrorException& e) {
+    return e.info_ptr();
+  } catch (const std::exception& e) {
+    return create(errors::std_exception, e.what(), location);
+  } catch (...) {
+    return create(errors::unknown_exception, "Unknown exception", location);
+  }
 }
 
 std::string ErrorInfo::to_string() const {
@@ -123,6 +183,32 @@ void ErrorException::throw_error(RefCountPtr<const ErrorInfo> info) {
 void throw_error(const ErrorCode& code, std::string message, const SourceLocation& location) {
   ErrorException::throw_error(ErrorInfo::create(code, std::move(message), location));
 }
+
+void throw_error(const ErrorCode& code, std::string_view message, ErrorParams params,
+                 const SourceLocation& location) {
+  ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location));
+}
+
+ErrorComposer& ErrorComposer::append(std::string_view text) {
+  message_.append(text);
+  return *this;
+}
+
+ErrorComposer& ErrorComposer::param(std::string name, std::string value) {
+  params_.add(std::move(name), std::move(value));
+  return *this;
+}
+
+ErrorComposer& ErrorComposer::param(std::string name, std::int64_t value) {
+  params_.add(std::move(name), value);
+  return *this;
+}
+
+RefCountPtr<const ErrorInfo> ErrorComposer::info() const {
+  return ErrorInfo::create(*code_, message_, params_, location_);
+}
+
+void ErrorComposer::raise() const { ErrorException::throw_error(info()); }
 
 void throw_winerror(const SourceLocation& location, std::uint32_t error, bool /*exported*/) {
   throw_error(errors::winerror, "Windows error " + std::to_string(error), location);

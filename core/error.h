@@ -12,6 +12,8 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "core/refcount.h"
 #include "platform/export.h"
@@ -57,23 +59,56 @@ class N7_EXPORT SourceLocation {
   int line_ = 0;
 };
 
+// Named values of an error: the message's "{@name}" placeholders are filled with them, and a
+// reader of the error can look each one up (a parser's line and position, say).
+class N7_EXPORT ErrorParams {
+ public:
+  // Adds a value; a later value under the same name hides the earlier one.
+  ErrorParams& add(std::string name, std::string value);
+  ErrorParams& add(std::string name, std::int64_t value);
+
+  // The value under `name`, or null.
+  const std::string* find(std::string_view name) const noexcept;
+  bool empty() const noexcept { return values_.empty(); }
+  const std::vector<std::pair<std::string, std::string>>& values() const noexcept {
+    return values_;
+  }
+
+  // `message` with each "{@name}" replaced by its value; a placeholder without a value stays as
+  // it is. Values are inserted as they are, never searched for placeholders themselves.
+  std::string format(std::string_view message) const;
+
+ private:
+  std::vector<std::pair<std::string, std::string>> values_;
+};
+
 // One error: its code, its fixed narrow message and where it was raised. Immutable once created.
 class N7_EXPORT ErrorInfo final : public RefCounted<AtomicRefCount> {
  public:
   static RefCountPtr<const ErrorInfo> create(const ErrorCode& code, std::string message,
                                              const SourceLocation& location);
+  // An error with named parameters: message() is `message` with its placeholders filled.
+  static RefCountPtr<const ErrorInfo> create(const ErrorCode& code, std::string_view message,
+                                             ErrorParams params, const SourceLocation& location);
+  // The error an exception stands for: an ErrorException's own error; for any other
+  // std::exception "error.n7core.exception" with what() as the message; for anything else
+  // "error.n7core.unknownException". `error` must not be null.
+  static RefCountPtr<const ErrorInfo> from_exception(const std::exception_ptr& error);
 
   const ErrorCode& code() const noexcept { return *code_; }
   const std::string& message() const noexcept { return message_; }
   const SourceLocation& location() const noexcept { return location_; }
+  const ErrorParams& params() const noexcept { return params_; }
   // "code: message [at function, file:line]".
   std::string to_string() const;
 
  private:
-  ErrorInfo(const ErrorCode& code, std::string message, const SourceLocation& location);
+  ErrorInfo(const ErrorCode& code, std::string message, ErrorParams params,
+            const SourceLocation& location);
 
   const ErrorCode* code_;
   std::string message_;
+  ErrorParams params_;
   SourceLocation location_;
 };
 
@@ -94,9 +129,34 @@ class N7_EXPORT ErrorException : public std::exception {
   std::string what_;
 };
 
+// Builds an error whose message is put together piece by piece, with named parameters added as
+// they become known, and then records or throws it.
+class N7_EXPORT ErrorComposer {
+ public:
+  ErrorComposer(const ErrorCode& code, const SourceLocation& location)
+      : code_(&code), location_(location) {}
+
+  // Appends to the message, placeholders included.
+  ErrorComposer& append(std::string_view text);
+  ErrorComposer& param(std::string name, std::string value);
+  ErrorComposer& param(std::string name, std::int64_t value);
+
+  RefCountPtr<const ErrorInfo> info() const;
+  [[noreturn]] void raise() const;
+
+ private:
+  const ErrorCode* code_;
+  SourceLocation location_;
+  std::string message_;
+  ErrorParams params_;
+};
+
 // Creates the error and throws it.
 [[noreturn]] N7_EXPORT void throw_error(const ErrorCode& code, std::string message,
                                         const SourceLocation& location);
+// Creates the error with named parameters and throws it.
+[[noreturn]] N7_EXPORT void throw_error(const ErrorCode& code, std::string_view message,
+                                        ErrorParams params, const SourceLocation& location);
 
 // Throws "error.n7core.winerror" for a Windows error code, with the code in the message
 // ("Windows error 14"). `exported` is always true in this library.
@@ -133,6 +193,8 @@ N7_EXPORT extern const ErrorCode invalid_utf8;          // error.n7core.string.i
 N7_EXPORT extern const ErrorCode invalid_utf16;         // error.n7core.string.invalidUtf16
 N7_EXPORT extern const ErrorCode base64_invalid_character;  // error.n7core.base64.invalidCharacter
 N7_EXPORT extern const ErrorCode base64_truncated;          // error.n7core.base64.truncatedSequence
+N7_EXPORT extern const ErrorCode std_exception;             // error.n7core.exception
+N7_EXPORT extern const ErrorCode unknown_exception;         // error.n7core.unknownException
 }  // namespace errors
 
 }  // namespace n7core

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <stdexcept>
 
 #include "core/safe_cast.h"
 #include "core/testing_internal.h"
@@ -120,6 +121,47 @@ TEST(StringToTest, ReadsWholeDecimalTexts) {
   std::uint8_t byte = 0;
   EXPECT_FALSE(string_to(std::string_view("1\0", 2), byte, error));
   EXPECT_EQ(error->message(), "'1\\x00' is not a number of type uint8_t");
+}
+
+TEST(ErrorParamsTest, PlaceholdersAreFilledOnceAndUnknownOnesStay) {
+  ErrorParams params;
+  params.add("line", 3).add("uri", "{@line}").add("line", 4);
+  EXPECT_EQ(*params.find("line"), "4");  // the later value hides the earlier
+  EXPECT_EQ(params.find("pos"), nullptr);
+  EXPECT_EQ(params.format("[line {@line}, uri <{@uri}>] {@pos} {@ {@line"),
+            "[line 4, uri <{@line}>] {@pos} {@ {@line");
+  EXPECT_EQ(params.format(""), "");
+}
+
+TEST(ErrorParamsTest, ComposerBuildsAndThrowsTheFilledMessage) {
+  const ErrorCode code("error.test.composed", true);
+  ErrorComposer composer(code, SourceLocation("f", "file", 7));
+  composer.append("[line {@line}").append("]: bad").param("line", 12).param("sourcePos", 99);
+  const RefCountPtr<const ErrorInfo> info = composer.info();
+  EXPECT_EQ(info->message(), "[line 12]: bad");
+  EXPECT_EQ(*info->params().find("sourcePos"), "99");
+  EXPECT_EQ(thrown_error([&] { composer.raise(); }).message, "[line 12]: bad");
+  const auto thrown = thrown_error(
+      [&] { throw_error(code, "at {@x}", ErrorParams().add("x", "y"), SourceLocation()); });
+  EXPECT_EQ(thrown.message, "at y");
+}
+
+TEST(ErrorInfoTest, FromExceptionKeepsCoreErrorsAndWrapsOthers) {
+  const auto info_of = [](auto&& raise) {
+    try {
+      raise();
+    } catch (...) {
+      return ErrorInfo::from_exception(std::current_exception());
+    }
+    return RefCountPtr<const ErrorInfo>();
+  };
+  const RefCountPtr<const ErrorInfo> original =
+      ErrorInfo::create(errors::winerror, "Windows error 5", SourceLocation());
+  EXPECT_EQ(info_of([&] { ErrorException::throw_error(original); }).get(), original.get());
+  const auto wrapped = info_of([] { throw std::runtime_error("disk on fire"); });
+  EXPECT_STREQ(wrapped->code().name(), "error.n7core.exception");
+  EXPECT_EQ(wrapped->message(), "disk on fire");
+  EXPECT_STREQ(info_of([] { throw 42; })->code().name(), "error.n7core.unknownException");
 }
 
 }  // namespace

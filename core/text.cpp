@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "core/error.h"
+#include "core/utf8.h"
 
 namespace n7core {
 namespace {
@@ -52,46 +53,12 @@ std::size_t ascii_prefix(std::string_view text) {
   return length;
 }
 
-// What a lead byte says about the sequence it starts: its length, and the range of the second
-// byte outside of which the value would be overlong, a surrogate or above U+10FFFF.
-struct SequenceShape {
-  int length;  // 0: the byte cannot start a sequence, for the reason in `problem`
-  unsigned char second_low = 0x80;
-  unsigned char second_high = 0xBF;
-  const char* problem = nullptr;
-};
-
-SequenceShape shape_of(unsigned char lead) {
-  if (lead < 0xC0) return {0, 0x80, 0xBF, "unexpected continuation byte"};
-  if (lead < 0xC2) return {0, 0x80, 0xBF, "overlong encoding"};
-  if (lead < 0xE0) return {2};
-  if (lead == 0xE0) return {3, 0xA0, 0xBF, "overlong encoding"};
-  if (lead == 0xED) return {3, 0x80, 0x9F, "encoded surrogate"};
-  if (lead < 0xF0) return {3};
-  if (lead == 0xF0) return {4, 0x90, 0xBF, "overlong encoding"};
-  if (lead < 0xF4) return {4};
-  if (lead < 0xF8) return {lead == 0xF4 ? 4 : 0, 0x80, 0x8F, "code point above U+10FFFF"};
-  return {0, 0x80, 0xBF, "invalid byte"};
-}
-
 // Decodes the multi-byte sequence that starts at `pos` and moves `pos` past it.
 std::uint32_t decode_utf8_sequence(std::string_view text, std::size_t& pos) {
-  const std::size_t start = pos;
-  const auto lead = static_cast<unsigned char>(text[start]);
-  const SequenceShape shape = shape_of(lead);
-  if (shape.length == 0) raise_invalid_utf8(start, shape.problem);
-  std::uint32_t value = lead & (0x7Fu >> shape.length);
-  for (std::size_t i = 1; i < static_cast<std::size_t>(shape.length); ++i) {
-    if (start + i >= text.size()) raise_invalid_utf8(start, "truncated sequence");
-    const auto next = static_cast<unsigned char>(text[start + i]);
-    if ((next & 0xC0) != 0x80) raise_invalid_utf8(start + i, "missing continuation byte");
-    if (i == 1 && (next < shape.second_low || next > shape.second_high)) {
-      raise_invalid_utf8(start, shape.problem);
-    }
-    value = (value << 6) | (next & 0x3Fu);
-  }
-  pos = start + static_cast<std::size_t>(shape.length);
-  return value;
+  const Utf8Sequence sequence = decode_utf8(text.substr(pos));
+  if (sequence.length == 0) raise_invalid_utf8(pos + sequence.error_offset, sequence.problem);
+  pos += sequence.length;
+  return sequence.code_point;
 }
 
 // Reads one code point of UTF-32 or UTF-16 units at `pos`, joining a surrogate pair, and moves

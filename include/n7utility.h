@@ -21,6 +21,11 @@
 #include "core/safe_cast.h"
 #include "core/text.h"
 #include "core/trace.h"
+#include "core/utf8.h"
+
+// XML tokenizer and pull reader.
+#include "n7xml/reader.h"
+#include "n7xml/string_tokenizer.h"
 
 // The library's families.
 #include "Utility/DirectoryChangeNotifier.h"

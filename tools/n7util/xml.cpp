@@ -1,0 +1,177 @@
+// n7util xml: the XML tokenizer's token stream of a document, and a well-formedness check with
+// the pull reader.
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "args.h"
+#include "command.h"
+#include "core/error.h"
+#include "n7xml/reader.h"
+#include "n7xml/string_tokenizer.h"
+
+namespace n7util {
+namespace {
+
+constexpr std::int64_t kMaxFirstLine = 1'000'000'000;
+
+// The whole of FILE, or of standard input for "-"; null (with the reason reported) when it
+// cannot be read.
+std::optional<std::string> read_input(std::string_view path) {
+  std::ostringstream contents;
+  if (path == "-") {
+    contents << std::cin.rdbuf();
+    if (std::cin.bad()) {
+      print_error("cannot read standard input");
+      return std::nullopt;
+    }
+    return std::move(contents).str();
+  }
+  std::ifstream file{std::string(path), std::ios::binary};
+  if (!file) {
+    print_error("cannot open '" + std::string(path) + "': " +
+                std::generic_category().message(errno));
+    return std::nullopt;
+  }
+  contents << file.rdbuf();
+  if (file.bad()) {
+    print_error("cannot read '" + std::string(path) + "'");
+    return std::nullopt;
+  }
+  return std::move(contents).str();
+}
+
+// A token value on one line: backslash, tab, line feed and carriage return as \\ \t \n \r, other
+// bytes below 0x20 as \xHH; everything else as it is.
+void append_escaped(std::string& out, std::string_view value) {
+  constexpr char kHex[] = "0123456789ABCDEF";
+  for (const char c : value) {
+    switch (c) {
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      default:
+        if (static_cast<unsigned char>(c) < 0x20) {
+          out += "\\x";
+          out += kHex[static_cast<unsigned char>(c) >> 4];
+          out += kHex[c & 0xF];
+        } else {
+          out += c;
+        }
+    }
+  }
+}
+
+void append_line(std::string& out, std::string_view kind, std::string_view value) {
+  out += kind;
+  if (!value.empty()) {
+    out += '\t';
+    append_escaped(out, value);
+  }
+  out += '\n';
+}
+
+// Writes one line per token; true when the stream ended with DocumentEnd.
+bool print_tokens(std::string_view document, std::shared_ptr<const std::string> uri,
+                  int first_line) {
+  n7xml::XmlStringTokenizer tokenizer(document, std::move(uri), first_line);
+  std::string out;
+  n7xml::TokenKind kind = n7xml::TokenKind::DocumentStart;
+  do {
+    try {
+      kind = tokenizer.next_token();
+    } catch (const std::exception&) {
+      // The core services' UTF-8 check: its error ends the stream like any other.
+      append_line(out, "Error",
+                  n7core::ErrorInfo::from_exception(std::current_exception())->message());
+      kind = n7xml::TokenKind::Error;
+      break;
+    }
+    const std::string_view value =
+        kind == n7xml::TokenKind::Error ? tokenizer.error()->message() : tokenizer.token_value();
+    append_line(out, n7xml::token_kind_name(kind), value);
+  } while (kind != n7xml::TokenKind::DocumentEnd && kind != n7xml::TokenKind::Error);
+  std::cout << out;
+  return kind == n7xml::TokenKind::DocumentEnd;
+}
+
+int run_tokens(const Args& args) {
+  args.expect_operands(2, 2);
+  int first_line = 1;
+  if (const auto text = args.value("first-line")) {
+    first_line =
+        static_cast<int>(parse_integer(*text, -kMaxFirstLine, kMaxFirstLine, "first line"));
+  }
+  std::shared_ptr<const std::string> uri;
+  if (const auto text = args.value("uri")) uri = std::make_shared<const std::string>(*text);
+  const auto document = read_input(args.operands()[1]);
+  if (!document) return kExitUsage;
+  return print_tokens(*document, std::move(uri), first_line) ? kExitOk : kExitFailure;
+}
+
+int run_check(const Args& args) {
+  args.expect_operands(2, 2);
+  if (args.has("first-line") || args.has("uri")) {
+    throw UsageError("'check' takes no options");
+  }
+  const std::string_view path = args.operands()[1];
+  const auto document = read_input(path);
+  if (!document) return kExitUsage;
+  try {
+    n7xml::XmlReader reader(*document);
+    while (reader.read()) {
+    }
+  } catch (const n7core::ErrorException& e) {
+    print_error(std::string(path) + ": " + e.info().message());
+    return kExitFailure;
+  }
+  return kExitOk;
+}
+
+int run_xml(const std::vector<std::string_view>& arg_list) {
+  const Args args(arg_list, {{"first-line", true}, {"uri", true}});
+  if (args.operands().empty()) throw UsageError("missing subcommand");
+  const std::string_view subcommand = args.operands().front();
+  if (subcommand == "tokens") return run_tokens(args);
+  if (subcommand == "check") return run_check(args);
+  throw UsageError("unknown subcommand '" + std::string(subcommand) + "'");
+}
+
+constexpr std::string_view kUsage =
+    "Usage: n7util xml tokens [--first-line N] [--uri URI] FILE\n"
+    "       n7util xml check FILE\n"
+    "\n"
+    "tokens  Cuts the XML document FILE (\"-\": standard input) into tokens and prints one line\n"
+    "        per token: its kind, then a tab and its value when it has one. In values,\n"
+    "        backslash, tab, line feed and carriage return are written \\\\ \\t \\n \\r and other\n"
+    "        bytes below 0x20 as \\xHH. An Error line's value is the error message, which\n"
+    "        names the line (counted from N, default 1) and the byte position in it, and URI\n"
+    "        when one is given.\n"
+    "check   Reads FILE with the pull reader and reports the first well-formedness error.\n"
+    "\n"
+    "Exit status: 0 when the token stream ends with DocumentEnd (tokens) or the document is\n"
+    "well-formed (check), 1 on an error in the document, 2 on a usage error or unreadable FILE.\n";
+
+}  // namespace
+
+extern const Command xml_command = {"xml", "Prints an XML document's tokens or checks it", kUsage,
+                                    run_xml};
+
+}  // namespace n7util
