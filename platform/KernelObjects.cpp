@@ -20,6 +20,28 @@ namespace n7platform::internal {
 
 thread_local bool KernelMutex::held_ = false;
 
+namespace {
+// The guard through which this thread holds the kernel lock. A plain pointer, so that it is still
+// usable from other thread-local destructors when the thread ends.
+thread_local KernelGuard* t_current_guard = nullptr;
+}  // namespace
+
+KernelGuard::KernelGuard() : lock_(KernelLock().native()) {
+  KernelMutex::held_ = true;
+  t_current_guard = this;
+}
+
+KernelGuard::~KernelGuard() {
+  t_current_guard = nullptr;
+  KernelMutex::held_ = false;
+  lock_.unlock();
+  for (const auto& sleeper : wake_after_unlock_) sleeper->cv.notify_all();
+}
+
+void WakeAfterUnlock(std::shared_ptr<Sleeper> sleeper) {
+  t_current_guard->wake_after_unlock_.push_back(std::move(sleeper));
+}
+
 KernelMutex& KernelLock() {
   static NoDestructor<KernelMutex> lock;
   return *lock;
@@ -132,7 +154,8 @@ std::shared_ptr<KernelObject> RemoveHandle(HANDLE handle) {
 // Wait engine
 
 struct Waiter {
-  Sleeper sleeper;
+  // Shared with the thread that wakes it, which notifies after releasing the kernel lock.
+  std::shared_ptr<Sleeper> sleeper = std::make_shared<Sleeper>();
   DWORD thread = 0;
   bool wait_all = false;
   std::span<const std::shared_ptr<KernelObject>> objects;
@@ -192,8 +215,8 @@ DWORD Wait(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all
       milliseconds == INFINITE ? kNoDeadline : clock.TickCount() + milliseconds;
   for (const auto& object : objects) object->AddWaiter(&waiter);
   while (!TrySatisfy(waiter) && clock.TickCount() < deadline) {
-    waiter.sleeper.woken = false;
-    clock.Sleep(waiter.sleeper, guard.lock(), deadline);
+    waiter.sleeper->woken = false;
+    clock.Sleep(*waiter.sleeper, guard.lock(), deadline);
     KernelLock().AssertHeld();
   }
   for (const auto& object : objects) object->RemoveWaiter(&waiter);
@@ -213,8 +236,8 @@ void KernelObject::SatisfyWaiters() {
   for (Waiter* waiter : waiters_) {
     if (waiter->result || !IsSignalledFor(waiter->thread)) continue;
     if (TrySatisfy(*waiter)) {
-      waiter->sleeper.woken = true;
-      waiter->sleeper.cv.notify_all();
+      waiter->sleeper->woken = true;
+      WakeAfterUnlock(waiter->sleeper);
     }
   }
 }

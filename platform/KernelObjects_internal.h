@@ -38,18 +38,29 @@ class CAPABILITY("mutex") KernelMutex {
 KernelMutex& KernelLock();
 
 // Holds the kernel lock for a scope. lock() is what a clock's Sleep and condition variables need.
+//
+// Threads woken while the lock is held are notified only after it is released (see
+// WakeAfterUnlock), so that a woken thread does not run straight into the lock its waker still
+// holds.
 class SCOPED_CAPABILITY KernelGuard {
  public:
-  KernelGuard() ACQUIRE(KernelLock()) : lock_(KernelLock().native()) { KernelMutex::held_ = true; }
-  ~KernelGuard() RELEASE() { KernelMutex::held_ = false; }
+  KernelGuard() ACQUIRE(KernelLock());
+  ~KernelGuard() RELEASE();
   KernelGuard(const KernelGuard&) = delete;
   KernelGuard& operator=(const KernelGuard&) = delete;
 
   std::unique_lock<std::mutex>& lock() { return lock_; }
 
  private:
+  friend void WakeAfterUnlock(std::shared_ptr<Sleeper> sleeper);
+
   std::unique_lock<std::mutex> lock_;
+  std::vector<std::shared_ptr<Sleeper>> wake_after_unlock_;
 };
+
+// Notifies `sleeper` once the calling thread releases the kernel lock. The sleeper is kept alive
+// until then, since the thread it wakes may return from its wait before the notification.
+void WakeAfterUnlock(std::shared_ptr<Sleeper> sleeper) REQUIRES(KernelLock());
 
 // One call of WaitForSingleObject / WaitForMultipleObjects in progress (defined by the wait
 // engine).
