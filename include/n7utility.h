@@ -2,6 +2,7 @@
 #pragma once
 
 // Platform layer: Win32 and framework names over Linux.
+#include "platform/CString.h"
 #include "platform/Clock.h"
 #include "platform/Exceptions.h"
 #include "platform/KernelObjects.h"
@@ -23,11 +24,19 @@
 #include "core/trace.h"
 #include "core/utf8.h"
 
+// Cryptographic engine.
+#include "n7crypto/digest.h"
+#include "n7crypto/errors.h"
+#include "n7crypto/key.h"
+#include "n7crypto/pbkdf2.h"
+#include "n7crypto/random_provider.h"
+
 // XML tokenizer and pull reader.
 #include "n7xml/reader.h"
 #include "n7xml/string_tokenizer.h"
 
 // The library's families.
+#include "Utility/Authentication.h"
 #include "Utility/DirectoryChangeNotifier.h"
 #include "Utility/ReadWriteLock.h"
 #include "Utility/Scheduler.h"

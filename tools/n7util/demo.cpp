@@ -12,9 +12,11 @@
 #include <thread>
 #include <vector>
 
+#include "Utility/Authentication.h"
 #include "Utility/Scheduler.h"
 #include "args.h"
 #include "command.h"
+#include "core/text.h"
 #include "core/trace.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
@@ -219,10 +221,48 @@ bool scheduler_step(std::ostream& out) {
   return true;
 }
 
+// ---- Passwords ----
+
+// One check of a password against the stored value, and the answer it must get.
+struct PasswordCheck {
+  const char* description;
+  const wchar_t* user;
+  const wchar_t* password;
+  bool keypad;
+  bool accepted;
+};
+
+bool password_step(std::ostream& out) {
+  const std::wstring user = L"Operator", password = L"Night-Shift 7";
+  const std::wstring stored = N7A::MakePassword(user, password);
+  out << "  MakePassword(\"Operator\", \"Night-Shift 7\") stores " << n7core::to_string(stored)
+      << "\n  (typed half, then the half of the keypad form "
+      << n7core::to_string(N7A::KeyMap(password, false)) << ")\n";
+  const PasswordCheck checks[] = {
+      {"the password as typed", L"Operator", L"Night-Shift 7", false, true},
+      {"the user ID in another case", L"OPERATOR", L"Night-Shift 7", false, true},
+      {"the keypad digits, as from a telephone", L"operator", L"64448744387", true, true},
+      {"a wrong password", L"Operator", L"night-shift 7", false, false},
+      {"letters where the keypad needs digits", L"Operator", L"Night-Shift 7", true, false},
+  };
+  for (const PasswordCheck& check : checks) {
+    const bool accepted = N7A::Validate(check.user, check.password, check.keypad, stored);
+    out << "  Validate " << check.description << ": " << (accepted ? "accepted" : "rejected")
+        << '\n';
+    if (accepted != check.accepted) {
+      print_error(std::string("passwords: ") + check.description + " was " +
+                  (accepted ? "accepted" : "rejected"));
+      return false;
+    }
+  }
+  return true;
+}
+
 // ---- The demo ----
 
 constexpr DemoStep kSteps[] = {
     {"scheduler: timed tasks on the process-wide dispatch thread", scheduler_step},
+    {"passwords: a stored password value and its checks", password_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -245,6 +285,8 @@ constexpr std::string_view kUsage =
     "  scheduler  schedules tasks at a time, after delays, at once, metered, and one that is\n"
     "             descheduled before it is due; prints each run with the seconds since they\n"
     "             were scheduled and checks they come in the expected order (about 5 s)\n"
+    "  passwords  stores a user's password value and checks passwords against it: as typed,\n"
+    "             with the user ID in another case, as keypad digits, and two that must fail\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"

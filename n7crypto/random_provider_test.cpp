@@ -1,0 +1,71 @@
+#include "n7crypto/random_provider.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "core/testing_internal.h"
+
+namespace n7crypto {
+namespace {
+
+using n7core::test_support::thrown_error;
+
+TEST(RandomProviderTest, DefaultProviderIsOneObjectThatNoHandleOwns) {
+  const RandomProviderPtr first = get_default_random_provider();
+  const RandomProviderPtr second = get_default_random_provider();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(first.get(), second.get());
+  EXPECT_EQ(first.use_count(), 0);
+}
+
+TEST(RandomProviderTest, NullBufferAndEmptySizeDoNothing) {
+  IRandomProvider& provider = *get_default_random_provider();
+  provider.generate_random(nullptr, 16);
+  provider.generate_random(nullptr, -1);  // no buffer: the size is not looked at
+  std::array<unsigned char, 4> untouched{};
+  provider.generate_random(untouched.data(), 0);
+  EXPECT_EQ(untouched, (std::array<unsigned char, 4>{}));
+}
+
+TEST(RandomProviderTest, NegativeSizeIsAnArgumentError) {
+  unsigned char buffer[4];
+  const auto error =
+      thrown_error([&] { get_default_random_provider()->generate_random(buffer, -1); });
+  EXPECT_EQ(error.code, "error.n7crypto.randomProvider.arguments");
+  EXPECT_EQ(error.message, "Invalid 'size' argument");
+}
+
+TEST(RandomProviderTest, DrawsDiffer) {
+  std::array<unsigned char, 32> first{}, second{};
+  get_default_random_provider()->generate_random(first.data(), static_cast<int>(first.size()));
+  get_default_random_provider()->generate_random(second.data(), static_cast<int>(second.size()));
+  EXPECT_NE(first, second);
+}
+
+TEST(RandomProviderTest, ManyThreadsDrawAtOnce) {
+  constexpr int kThreads = 4;
+  constexpr int kDraws = 500;
+  std::latch start(kThreads);
+  std::vector<std::array<unsigned char, 16>> last(kThreads);
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      const RandomProviderPtr provider = get_default_random_provider();
+      start.arrive_and_wait();
+      auto& buffer = last[static_cast<std::size_t>(t)];
+      for (int i = 0; i < kDraws; ++i) provider->generate_random(buffer.data(), 16);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  std::sort(last.begin(), last.end());
+  EXPECT_EQ(std::adjacent_find(last.begin(), last.end()), last.end());
+}
+
+}  // namespace
+}  // namespace n7crypto

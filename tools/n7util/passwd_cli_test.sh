@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Checks n7util passwd end to end: a value made by `make` is accepted by `check` as typed and as
+# keypad digits, a wrong password is refused with exit 1, and bad input is a clear error.
+# Usage: passwd_cli_test.sh PATH_TO_N7UTIL
+set -uo pipefail
+
+n7util=$1
+failures=0
+
+# expect STATUS EXPECTED_STDOUT COMMAND...: runs COMMAND and checks its exit status and output.
+expect() {
+  local status=$1 expected=$2
+  shift 2
+  local out actual
+  out=$("$@" 2>/dev/null)
+  actual=$?
+  if ((actual != status)) || [[ $out != "$expected" ]]; then
+    echo "FAIL: $*: exit $actual (expected $status), output '$out' (expected '$expected')"
+    failures=$((failures + 1))
+  fi
+}
+
+stored=$(printf 'Night-Shift 7\n' | "$n7util" passwd make Operator)
+if [[ ${#stored} -ne 44 ]]; then
+  echo "FAIL: passwd make gave '$stored'"
+  failures=$((failures + 1))
+fi
+expect 0 match sh -c "printf 'Night-Shift 7\n' | '$n7util' passwd check OPERATOR '$stored'"
+expect 0 match sh -c "printf '64448744387' | '$n7util' passwd check operator '$stored' --keypad"
+expect 1 "no match" sh -c "printf 'night-shift 7\n' | '$n7util' passwd check Operator '$stored'"
+expect 1 "" sh -c "printf '' | '$n7util' passwd make Operator"
+expect 1 "" sh -c "printf '\377\n' | '$n7util' passwd make Operator"
+expect 0 "22*1" "$n7util" passwd keymap Ab-1 --mark-others
+expect 2 "" "$n7util" passwd keymap
+expect 2 "" "$n7util" passwd frob
+
+((failures == 0)) && echo "ok: n7util passwd"
+exit $((failures == 0 ? 0 : 1))
