@@ -86,4 +86,19 @@ std::int64_t parse_integer(std::string_view text, std::int64_t min, std::int64_t
   return value;
 }
 
+int run_subcommand(std::span<const Subcommand> subcommands,
+                   const std::vector<std::string_view>& args) {
+  if (args.empty()) {
+    std::string names;
+    for (const Subcommand& subcommand : subcommands) {
+      names.append(names.empty() ? "" : ", ").append(subcommand.name);
+    }
+    throw_usage("missing subcommand (", names, ")");
+  }
+  const auto found = std::find_if(subcommands.begin(), subcommands.end(),
+                                  [&args](const Subcommand& s) { return s.name == args.front(); });
+  if (found == subcommands.end()) throw_usage("unknown subcommand '", args.front(), "'");
+  return found->run(std::vector<std::string_view>(args.begin() + 1, args.end()));
+}
+
 }  // namespace n7util

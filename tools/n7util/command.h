@@ -38,6 +38,16 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// One subcommand of a group: `n7util GROUP NAME [ARGS...]`.
+struct Subcommand {
+  std::string_view name;
+  int (*run)(const std::vector<std::string_view>& args);  // given the arguments after NAME
+};
+
+// Runs the subcommand that names itself in args[0]; UsageError when it is missing or unknown.
+int run_subcommand(std::span<const Subcommand> subcommands,
+                   const std::vector<std::string_view>& args);
+
 // Every group, in the order `n7util --help` lists them.
 std::span<const Command* const> commands();
 

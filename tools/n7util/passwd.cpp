@@ -127,13 +127,9 @@ int keymap(const std::vector<std::string_view>& args) {
 }
 
 int run_passwd(const std::vector<std::string_view>& args) {
-  if (args.empty()) throw UsageError("missing subcommand (make, check or keymap)");
-  const std::string_view subcommand = args.front();
-  const std::vector<std::string_view> rest(args.begin() + 1, args.end());
-  if (subcommand == "make") return make(rest);
-  if (subcommand == "check") return check(rest);
-  if (subcommand == "keymap") return keymap(rest);
-  throw UsageError("unknown subcommand '" + std::string(subcommand) + "'");
+  static constexpr Subcommand kSubcommands[] = {
+      {"make", make}, {"check", check}, {"keymap", keymap}};
+  return run_subcommand(kSubcommands, args);
 }
 
 constexpr std::string_view kUsage =

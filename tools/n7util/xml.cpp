@@ -37,8 +37,8 @@ std::optional<std::string> read_input(std::string_view path) {
   }
   std::ifstream file{std::string(path), std::ios::binary};
   if (!file) {
-    print_error("cannot open '" + std::string(path) + "': " +
-                std::generic_category().message(errno));
+    print_error("cannot open '" + std::string(path) +
+                "': " + std::generic_category().message(errno));
     return std::nullopt;
   }
   contents << file.rdbuf();
@@ -112,8 +112,9 @@ bool print_tokens(std::string_view document, std::shared_ptr<const std::string> 
   return kind == n7xml::TokenKind::DocumentEnd;
 }
 
-int run_tokens(const Args& args) {
-  args.expect_operands(2, 2);
+int run_tokens(const std::vector<std::string_view>& arg_list) {
+  const Args args(arg_list, {{"first-line", true}, {"uri", true}});
+  args.expect_operands(1, 1);
   int first_line = 1;
   if (const auto text = args.value("first-line")) {
     first_line =
@@ -121,17 +122,15 @@ int run_tokens(const Args& args) {
   }
   std::shared_ptr<const std::string> uri;
   if (const auto text = args.value("uri")) uri = std::make_shared<const std::string>(*text);
-  const auto document = read_input(args.operands()[1]);
+  const auto document = read_input(args.operands()[0]);
   if (!document) return kExitUsage;
   return print_tokens(*document, std::move(uri), first_line) ? kExitOk : kExitFailure;
 }
 
-int run_check(const Args& args) {
-  args.expect_operands(2, 2);
-  if (args.has("first-line") || args.has("uri")) {
-    throw UsageError("'check' takes no options");
-  }
-  const std::string_view path = args.operands()[1];
+int run_check(const std::vector<std::string_view>& arg_list) {
+  const Args args(arg_list, {});
+  args.expect_operands(1, 1);
+  const std::string_view path = args.operands()[0];
   const auto document = read_input(path);
   if (!document) return kExitUsage;
   try {
@@ -145,13 +144,9 @@ int run_check(const Args& args) {
   return kExitOk;
 }
 
-int run_xml(const std::vector<std::string_view>& arg_list) {
-  const Args args(arg_list, {{"first-line", true}, {"uri", true}});
-  if (args.operands().empty()) throw UsageError("missing subcommand");
-  const std::string_view subcommand = args.operands().front();
-  if (subcommand == "tokens") return run_tokens(args);
-  if (subcommand == "check") return run_check(args);
-  throw UsageError("unknown subcommand '" + std::string(subcommand) + "'");
+int run_xml(const std::vector<std::string_view>& args) {
+  static constexpr Subcommand kSubcommands[] = {{"tokens", run_tokens}, {"check", run_check}};
+  return run_subcommand(kSubcommands, args);
 }
 
 constexpr std::string_view kUsage =
