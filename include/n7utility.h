@@ -37,6 +37,7 @@
 
 // The library's families.
 #include "Utility/Authentication.h"
+#include "Utility/Date.h"
 #include "Utility/DirectoryChangeNotifier.h"
 #include "Utility/ReadWriteLock.h"
 #include "Utility/Scheduler.h"

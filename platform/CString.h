@@ -6,8 +6,10 @@
 // CString forms meet without copies in user code.
 #pragma once
 
+#include <algorithm>
 #include <cwctype>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/windows_types.h"
@@ -41,6 +43,25 @@ class CString {
   CString& operator+=(wchar_t character) {
     text_ += character;
     return *this;
+  }
+
+  // Position of the first `sub` at or after `start`, or -1; a null `sub` is not found.
+  int Find(const wchar_t* sub, int start = 0) const {
+    if (sub == nullptr || start < 0) return -1;
+    const std::wstring::size_type at = text_.find(sub, static_cast<std::wstring::size_type>(start));
+    return at == std::wstring::npos ? -1 : static_cast<int>(at);
+  }
+  // Compares case-insensitively in the current locale: <0, 0 or >0, as wcscmp does. Null is empty.
+  int CompareNoCase(const wchar_t* text) const {
+    const std::wstring_view other(text != nullptr ? text : L"");
+    const std::size_t common = std::min(text_.size(), other.size());
+    for (std::size_t i = 0; i < common; ++i) {
+      const wint_t a = std::towlower(static_cast<wint_t>(text_[i]));
+      const wint_t b = std::towlower(static_cast<wint_t>(other[i]));
+      if (a != b) return a < b ? -1 : 1;
+    }
+    if (text_.size() == other.size()) return 0;
+    return text_.size() < other.size() ? -1 : 1;
   }
 
   // Lower / upper case in the current locale, character by character.

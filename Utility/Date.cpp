@@ -1,0 +1,462 @@
+// CDate: day-number arithmetic, format parsing, text parsing and formatting.
+//
+// The day-number conversions work in 64-bit integers and doubles with truncation toward zero at
+// each step, so that every date maps to the same day number as it always has, including the
+// irregular ones before year 1; only the stored results are narrowed to 32 bits.
+
+#include "Utility/Date.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cwctype>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "platform/Time.h"
+
+namespace {
+
+constexpr wchar_t kDefaultFormat[] = L"MM/DD/YYYY";
+constexpr std::array<int, 12> kDaysInMonth = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+// First day of the Gregorian calendar (15 October 1582) as yyyymmdd and as Julian day number.
+constexpr double kGregorianStartYmd = 15821015.0;
+constexpr std::int64_t kGregorianStartJd = 2299161;
+// Julian day number of 1 January of year 1: earlier days take the other branch so that it and
+// 31 December of 1 BC are consecutive.
+constexpr std::int64_t kYearOneJd = 1721423;
+
+// Day numbers outside this range are clamped to it, far beyond any real date.
+constexpr std::int64_t kMaxDayShift = std::int64_t{1} << 33;
+
+enum Field { kDay = 0, kMonth = 1, kYear = 2 };
+using FieldOrder = std::array<Field, 3>;
+
+// Field orders of input formats, by order number 1 to 6. Orders 1 to 5 are chosen when the
+// fields' positions in the format rise in that order; order 6 takes every other case.
+constexpr std::array<FieldOrder, 6> kFieldOrders = {{
+    {kDay, kMonth, kYear},
+    {kYear, kMonth, kDay},
+    {kMonth, kDay, kYear},
+    {kDay, kYear, kMonth},
+    {kYear, kDay, kMonth},
+    {kMonth, kYear, kDay},
+}};
+constexpr int kFallbackOrder = 6;
+
+struct FormatFields {
+  int day;
+  int month;
+  int year;
+  bool year4;
+};
+
+std::int64_t Trunc(double value) { return static_cast<std::int64_t>(std::trunc(value)); }
+
+template <typename T>
+T ClampTo(std::int64_t value) {
+  return static_cast<T>(std::clamp<std::int64_t>(value, std::numeric_limits<T>::min(),
+                                                 std::numeric_limits<T>::max()));
+}
+
+// A shift that surely leaves the 32-bit range is cut to one that still does, so adding it to a
+// day number cannot overflow.
+std::int64_t ClampShift(long days) {
+  return std::clamp<std::int64_t>(days, -kMaxDayShift, kMaxDayShift);
+}
+
+// Two-digit years: 50-99 are 1950-1999, the rest (negative ones too) 2000 onwards.
+int ExpandTwoDigitYear(int year) { return year > 49 ? year + 1900 : year + 2000; }
+
+// A digit is alphanumeric but not alphabetic.
+bool IsDigit(wchar_t c) {
+  // NOLINTNEXTLINE(bugprone-signed-char-misuse): a false report, wchar_t is not a char type
+  const auto wc = static_cast<wint_t>(c);
+  return std::iswalnum(wc) != 0 && std::iswalpha(wc) == 0;
+}
+
+// Value of the leading decimal digits of `text`, 0 when there are none, saturating at INT_MAX.
+int DecimalValue(std::wstring_view text) {
+  std::int64_t value = 0;
+  for (const wchar_t c : text) {
+    if (c < L'0' || c > L'9') break;
+    value = std::min<std::int64_t>(value * 10 + (c - L'0'), std::numeric_limits<int>::max());
+  }
+  return static_cast<int>(value);
+}
+
+std::wstring ZeroPadded(std::int64_t value, std::size_t width) {
+  std::wstring digits = std::to_wstring(value);
+  if (digits.size() < width) digits.insert(0, width - digits.size(), L'0');
+  return digits;
+}
+
+// Writes `digits` over the `width` characters at `pos`; a field without a position is left out.
+void WriteField(std::wstring& text, int pos, std::size_t width, const std::wstring& digits) {
+  if (pos < 0) return;
+  text.replace(static_cast<std::size_t>(pos), width, digits);
+}
+
+// Replaces an empty format by the default, upper-cases it and finds its fields.
+FormatFields ParseFormat(CString& format) {
+  if (format.IsEmpty()) format = kDefaultFormat;
+  format.MakeUpper();
+  const int year = format.Find(L"YY");
+  const bool year4 =
+      year >= 0 && format.str().compare(static_cast<std::size_t>(year), 4, L"YYYY") == 0;
+  return {format.Find(L"DD"), format.Find(L"MM"), year, year4};
+}
+
+int ChooseOrder(int day, int month, int year) {
+  const std::array<int, 3> pos = {day, month, year};
+  for (std::size_t i = 0; i + 1 < kFieldOrders.size(); ++i) {
+    const FieldOrder& order = kFieldOrders[i];
+    if (pos[order[0]] < pos[order[1]] && pos[order[1]] < pos[order[2]]) {
+      return static_cast<int>(i) + 1;
+    }
+  }
+  return kFallbackOrder;
+}
+
+}  // namespace
+
+// NOLINTBEGIN(cert-err58-cpp): the tables live from load to unload, as every date reads them
+CString CDate::m_DaysOfWeek[7] = {L"Sunday",   L"Monday", L"Tuesday", L"Wednesday",
+                                  L"Thursday", L"Friday", L"Saturday"};
+CString CDate::m_MonthNames[12] = {L"Jan", L"Feb", L"Mar", L"Apr", L"May", L"Jun",
+                                   L"Jul", L"Aug", L"Sep", L"Oct", L"Nov", L"Dec"};
+CString CDate::m_InvalidDate = L"Invalid Date";
+CString CDate::m_BC = L"BC";
+// NOLINTEND(cert-err58-cpp)
+
+CDate::CDate(const wchar_t* in_format, const wchar_t* out_format) {
+  setFormats(in_format, out_format);
+  Set();
+}
+
+CDate::CDate(long julian, const wchar_t* in_format, const wchar_t* out_format) {
+  setFormats(in_format, out_format);
+  Set(julian);
+}
+
+CDate::CDate(int month, int day, int year, const wchar_t* in_format, const wchar_t* out_format) {
+  setFormats(in_format, out_format);
+  Set(month, day, year);
+}
+
+CDate::CDate(const wchar_t* text, const wchar_t* in_format, const wchar_t* out_format) {
+  setFormats(in_format, out_format);
+  julian_to_dow();  // a null text keeps the initial day number, which then needs its weekday
+  Set(text);
+}
+
+CDate::CDate(const CDate& other) { *this = other; }
+
+CDate& CDate::operator=(const CDate& other) {
+  m_Month = other.m_Month;
+  m_Day = other.m_Day;
+  m_Year = other.m_Year;
+  m_Julian = other.m_Julian;
+  m_DayOfWeek = other.m_DayOfWeek;
+  m_String = other.m_String;
+  m_InFormat = other.m_InFormat;
+  m_OutFormat = other.m_OutFormat;
+  parseIn();
+  parseOut();
+  return *this;
+}
+
+void CDate::Set() {
+  SYSTEMTIME now{};
+  GetLocalTime(&now);
+  m_Month = now.wMonth;
+  m_Day = now.wDay;
+  m_Year = now.wYear;
+  mdy_to_julian();
+}
+
+void CDate::Set(long julian) {
+  m_Julian = ClampTo<LONG>(julian);
+  julian_to_mdy();
+}
+
+void CDate::Set(int month, int day, int year) {
+  m_Month = month;
+  m_Day = day;
+  m_Year = (m_InYear4 == 0 && year < 100) ? ExpandTwoDigitYear(year) : year;
+  mdy_to_julian();
+}
+
+void CDate::Set(const wchar_t* text) {
+  if (text == nullptr) {
+    m_Month = m_Day = m_Year = 0;
+    return;
+  }
+  if (CString(text).CompareNoCase(L"TODAY") == 0) {
+    Set();
+    return;
+  }
+  m_Month = m_Day = m_Year = -1;
+  parseFields(text);
+  mdy_to_julian();
+}
+
+void CDate::SetMonth(int month) { Set(month, m_Day, m_Year); }
+void CDate::SetDay(int day) { Set(m_Month, day, m_Year); }
+void CDate::SetYear(int year) { Set(m_Month, m_Day, year); }
+
+CDate& CDate::operator=(long julian) {
+  Set(julian);
+  return *this;
+}
+
+CDate& CDate::operator=(const wchar_t* text) {
+  Set(text);
+  return *this;
+}
+
+void CDate::SetInFormat(const wchar_t* format) {
+  m_InFormat = format;
+  parseIn();
+}
+
+void CDate::SetOutFormat(const wchar_t* format) {
+  m_OutFormat = format;
+  parseOut();
+}
+
+CString CDate::GetInFormat() const { return m_InFormat; }
+CString CDate::GetOutFormat() const { return m_OutFormat; }
+
+const wchar_t* CDate::CDOW() const {
+  // Only a date made from a null text can lack a computed weekday; it gets no name.
+  if (m_DayOfWeek < 1 || m_DayOfWeek > 7) return L"";
+  return m_DaysOfWeek[m_DayOfWeek - 1];
+}
+
+CDate::operator const wchar_t*() {
+  MakeString();
+  return m_String;
+}
+
+bool CDate::isValid() const {
+  return m_Month >= 1 && m_Month <= 12 && m_Day >= 1 && m_Day <= DaysInMonth();
+}
+
+bool CDate::isLeapYear() const { return leapYear(m_Year); }
+
+int CDate::DaysInMonth() const { return monthLength(m_Month, m_Year); }
+
+int CDate::DOY() const {
+  const CDate first_of_year(1, 1, m_Year, kDefaultFormat, nullptr);
+  return ClampTo<int>(std::int64_t{m_Julian} - first_of_year.m_Julian + 1);
+}
+
+int CDate::WOY() const { return DOY() / 7 + 1; }
+
+int CDate::FDOM() const { return CDate(m_Month, 1, m_Year, kDefaultFormat, nullptr).NDOW(); }
+
+int CDate::WOM() const { return ClampTo<int>((std::int64_t{m_Day} + FDOM() - 1 - NDOW()) / 7 + 1); }
+
+CDate& CDate::operator+=(long days) {
+  Set(static_cast<long>(m_Julian + ClampShift(days)));
+  return *this;
+}
+
+CDate& CDate::operator-=(long days) {
+  Set(static_cast<long>(m_Julian - ClampShift(days)));
+  return *this;
+}
+
+CDate& CDate::operator++() { return *this += 1; }
+CDate& CDate::operator++(int) { return *this += 1; }
+CDate& CDate::operator--() { return *this -= 1; }
+CDate& CDate::operator--(int) { return *this -= 1; }
+
+CDate CDate::operator+(long days) const {
+  return {static_cast<long>(m_Julian + ClampShift(days)), m_InFormat, m_OutFormat};
+}
+
+CDate CDate::operator-(long days) const {
+  return {static_cast<long>(m_Julian - ClampShift(days)), m_InFormat, m_OutFormat};
+}
+
+void CDate::AddWeeks(int weeks) { Set(static_cast<long>(m_Julian + std::int64_t{weeks} * 7)); }
+
+void CDate::AddMonths(int months) {
+  std::int64_t month = std::int64_t{m_Month} + months;
+  std::int64_t year = m_Year;
+  if (month < 1) {
+    const std::int64_t years_back = -month / 12 + 1;
+    month += 12 * years_back;
+    year -= years_back;
+  } else if (month > 12) {
+    const std::int64_t years_on = (month - 1) / 12;
+    month -= 12 * years_on;
+    year += years_on;
+  }
+  m_Month = static_cast<LONG>(month);
+  m_Year = ClampTo<LONG>(year);
+  m_Day = std::min(m_Day, DaysInMonth());
+  mdy_to_julian();
+}
+
+void CDate::AddYears(int years) {
+  m_Year = ClampTo<LONG>(std::int64_t{m_Year} + years);
+  mdy_to_julian();
+}
+
+void CDate::BOM() {
+  m_Day = 1;
+  mdy_to_julian();
+}
+
+void CDate::EOM() {
+  m_Day = DaysInMonth();
+  mdy_to_julian();
+}
+
+void CDate::SetDaysOfWeek(const wchar_t* names[]) {
+  if (names == nullptr) return;
+  for (std::size_t i = 0; i < std::size(m_DaysOfWeek); ++i) m_DaysOfWeek[i] = names[i];
+}
+
+void CDate::SetInvalidDate(const wchar_t* text) { m_InvalidDate = text; }
+
+void CDate::SetBC(const wchar_t* text) { m_BC = text; }
+
+void CDate::MakeString() {
+  if (!isValid()) {
+    m_String = m_InvalidDate;
+    return;
+  }
+  std::wstring text = m_OutFormat.str();
+  WriteField(text, m_OutDayPos, 2, ZeroPadded(m_Day, 2));
+  WriteField(text, m_OutMonthPos, 2, ZeroPadded(m_Month, 2));
+  const std::int64_t year = std::abs(std::int64_t{m_Year});
+  if (m_OutYear4 != 0) {
+    WriteField(text, m_OutYearPos, 4, ZeroPadded(year, 4));
+  } else {
+    WriteField(text, m_OutYearPos, 2, ZeroPadded(year % 100, 2));
+  }
+  m_String = std::move(text);
+}
+
+// A missing output format is the input format.
+void CDate::setFormats(const wchar_t* in_format, const wchar_t* out_format) {
+  m_InFormat = in_format;
+  m_OutFormat = out_format != nullptr ? out_format : in_format;
+  parseIn();
+  parseOut();
+}
+
+void CDate::parseIn() {
+  FormatFields fields = ParseFormat(m_InFormat);
+  m_InMonthName = fields.month < 0 ? 1 : 0;
+  if (m_InMonthName != 0) fields.month = m_InFormat.Find(L"MON");
+  m_InDayPos = fields.day;
+  m_InMonthPos = fields.month;
+  m_InYearPos = fields.year;
+  m_InYear4 = fields.year4 ? 1 : 0;
+  m_InOrder = ChooseOrder(fields.day, fields.month, fields.year);
+}
+
+void CDate::parseOut() {
+  const FormatFields fields = ParseFormat(m_OutFormat);
+  m_OutDayPos = fields.day;
+  m_OutMonthPos = fields.month;
+  m_OutYearPos = fields.year;
+  m_OutYear4 = fields.year4 ? 1 : 0;
+}
+
+void CDate::mdy_to_julian() {
+  std::int64_t y = m_Year < 0 ? std::int64_t{m_Year} + 1 : m_Year;
+  std::int64_t m = m_Month;
+  const std::int64_t d = m_Day;
+  if (m <= 2) {
+    y -= 1;
+    m += 12;
+  }
+  std::int64_t b = 0;
+  const auto ymd =
+      static_cast<double>(y) * 10000.0 + static_cast<double>(m) * 100.0 + static_cast<double>(d);
+  if (ymd >= kGregorianStartYmd) {
+    const std::int64_t a = Trunc(static_cast<double>(y) / 100.0);
+    b = 2 - a + a / 4;
+  }
+  const std::int64_t day_number = Trunc(static_cast<double>(y) * 365.25) +
+                                  Trunc(static_cast<double>(m + 1) * 30.6001) + d + b + 1720994;
+  m_Julian = ClampTo<LONG>(day_number);
+  julian_to_dow();
+}
+
+void CDate::julian_to_mdy() {
+  const std::int64_t j = std::int64_t{m_Julian} + 1;
+  std::int64_t a = j;
+  if (j >= kGregorianStartJd) {
+    const std::int64_t alpha = Trunc((static_cast<double>(j) - 1867216.25) / 36524.25);
+    a = j + 1 + alpha - alpha / 4;
+  }
+  const std::int64_t b = a > kYearOneJd ? a + 1524 : a + 1158;
+  const std::int64_t c = Trunc((static_cast<double>(b) - 122.1) / 365.25);
+  const std::int64_t dd = Trunc(static_cast<double>(c) * 365.25);
+  const std::int64_t e = Trunc(static_cast<double>(b - dd) / 30.6001);
+  m_Day = ClampTo<LONG>(b - dd - Trunc(static_cast<double>(e) * 30.6001));
+  m_Month = ClampTo<LONG>(e < 14 ? e - 1 : e - 13);
+  m_Year = ClampTo<LONG>(m_Month > 2 ? c - 4716 : c - 4715);
+  julian_to_dow();
+}
+
+void CDate::julian_to_dow() {
+  m_DayOfWeek = static_cast<LONG>((static_cast<std::uint32_t>(m_Julian) + 2U) % 7U) + 1;
+}
+
+void CDate::parseFields(const wchar_t* text) {
+  const std::wstring_view whole(text);
+  const FieldOrder& order = kFieldOrders[static_cast<std::size_t>(m_InOrder - 1)];
+  std::array<std::wstring_view, 3> runs;  // by Field
+  std::size_t pos = 0;
+  for (std::size_t n = 0; n < order.size(); ++n) {
+    if (n > 0) {
+      while (pos < whole.size() && !IsDigit(whole[pos])) ++pos;
+    }
+    const std::size_t start = pos;
+    while (pos < whole.size() && IsDigit(whole[pos])) ++pos;
+    // A run that ends the text is taken only as the third field.
+    if (n + 1 < order.size() && pos == whole.size()) break;
+    runs[order[n]] = whole.substr(start, pos - start);
+  }
+  m_Day = DecimalValue(runs[kDay]);
+  m_Month = m_InMonthName != 0 ? monthFromName(text) : DecimalValue(runs[kMonth]);
+  m_Year = DecimalValue(runs[kYear]);
+  if (m_InYear4 == 0 && m_Year < 100) m_Year = ExpandTwoDigitYear(m_Year);
+}
+
+int CDate::monthFromName(const wchar_t* text) const {
+  const std::wstring_view whole(text);
+  if (m_InMonthPos < 0 || static_cast<std::size_t>(m_InMonthPos) > whole.size()) return -1;
+  const std::wstring_view rest = whole.substr(static_cast<std::size_t>(m_InMonthPos));
+  for (std::size_t i = 0; i < std::size(m_MonthNames); ++i) {
+    const CString& name = m_MonthNames[i];
+    const auto length = static_cast<std::size_t>(name.GetLength());
+    if (length <= rest.size() &&
+        CString(std::wstring(rest.substr(0, length))).CompareNoCase(name) == 0) {
+      return static_cast<int>(i) + 1;
+    }
+  }
+  return -1;
+}
+
+bool CDate::leapYear(int year) {
+  if (year >= 1582) return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return year % 4 == 0;
+}
+
+int CDate::monthLength(int month, int year) {
+  if (month < 1 || month > 12) return 0;
+  const int extra = (month == 2 && leapYear(year)) ? 1 : 0;
+  return kDaysInMonth[static_cast<std::size_t>(month - 1)] + extra;
+}
