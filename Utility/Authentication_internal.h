@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace N7A::impl {
 
@@ -23,5 +25,33 @@ std::wstring make_password_digest(const std::wstring& userId, const std::wstring
 // `text` with A to Z lowered and every other character kept, as the stored values were made in
 // the runtime's default locale.
 std::wstring lower_copy(const std::wstring& text);
+
+// Password algorithms as the blob readers report them.
+inline constexpr int kAlgorithmNone = 0;
+inline constexpr int kAlgorithmPbkdf2Sha256 = 1;
+inline constexpr int kAlgorithmLegacy = 2;
+
+// Reads the fields of an extended password blob into the outputs given (null: not wanted),
+// which are cleared first. Throws "error.n7crypto.srp.invalidArg.blob" for an empty blob; a
+// malformed blob or bad base64 ends the reading without error, with the fields read before it.
+void crack_extended_password_blob(const std::string& blob, std::vector<unsigned char>* salt,
+                                  std::vector<unsigned char>* hash, int* algorithm, int* iterations,
+                                  std::string* legacy);
+
+// Reads the public password properties into the outputs given (null: not wanted), which are
+// cleared first. A document whose root is not "passwd-props" gives the cleared outputs, and an
+// iteration count that is not a 32-bit number 0. Throws "error.n7crypto.srp.invalidArg.blob"
+// for an empty text, malformed XML or bad base64.
+void crack_public_password_props(const std::string& props, std::vector<unsigned char>* salt,
+                                 int* algorithm, unsigned int* iterations);
+
+// The public password properties text: salt and algorithm, and for PBKDF2 the iteration count.
+std::string make_public_password_props(const unsigned char* salt, std::size_t saltLength,
+                                       int algorithm, unsigned int iterations);
+
+// The bytes of base64 `text`, stopping at the first "=" (only "=" may follow), with the errors
+// of n7core's base64 tables: a character outside the alphabet, or bits left over after the last
+// whole byte that are not zero.
+std::vector<unsigned char> decode_base64(std::string_view text);
 
 }  // namespace N7A::impl

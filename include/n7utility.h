@@ -20,6 +20,7 @@
 #include "core/error.h"
 #include "core/refcount.h"
 #include "core/safe_cast.h"
+#include "core/serialize.h"
 #include "core/text.h"
 #include "core/trace.h"
 #include "core/utf8.h"
