@@ -356,29 +356,7 @@ unsigned int parse_iterations(std::string_view text) {
 namespace impl {
 
 std::vector<unsigned char> decode_base64(std::string_view text) {
-  using Helper = n7core::TransformHelperBase64;
-  std::vector<unsigned char> out;
-  std::uint32_t pending = 0;  // bits read but not yet part of a whole byte
-  int pendingBits = 0;
-  std::size_t pos = 0;
-  for (; pos < text.size(); ++pos) {
-    const auto code = static_cast<unsigned char>(text[pos]);
-    const unsigned char value = code < 128 ? Helper::sm_toBinaryTable[code] : Helper::kInvalid;
-    if (value == Helper::kPadding) break;
-    if (value > Helper::kPadding) Helper::raise_invalid_character_error(text[pos]);
-    pending = (pending << 6) | value;
-    pendingBits += 6;
-    if (pendingBits >= 8) {
-      pendingBits -= 8;
-      out.push_back(static_cast<unsigned char>(pending >> pendingBits));
-      pending &= (1u << pendingBits) - 1;
-    }
-  }
-  // Unlike n7core::base64_decode, a lone group of zero bits is accepted: only bits that would be
-  // lost count as a truncated sequence.
-  if (pending != 0) Helper::raise_truncated_sequence_error();
-  for (++pos; pos < text.size(); ++pos) Helper::check_padding_char(text[pos]);
-  return out;
+  return n7core::base64_decode(text, n7core::Base64LoneGroup::kAccept);
 }
 
 void crack_extended_password_blob(const std::string& blob, std::vector<unsigned char>* salt,

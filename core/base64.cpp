@@ -77,7 +77,7 @@ std::string base64_encode(const void* data, std::size_t size) {
   return out;
 }
 
-std::vector<unsigned char> base64_decode(std::string_view text) {
+std::vector<unsigned char> base64_decode(std::string_view text, Base64LoneGroup lone_group) {
   using Helper = TransformHelperBase64;
   std::vector<unsigned char> out;
   out.reserve(text.size() / 4 * 3 + 2);
@@ -98,7 +98,8 @@ std::vector<unsigned char> base64_decode(std::string_view text) {
     }
   }
   // Six bits left over means a group on its own: not even one byte's worth.
-  if (pending_bits == 6 || pending != 0) Helper::raise_truncated_sequence_error();
+  const bool lone = pending_bits == 6 && lone_group == Base64LoneGroup::kRefuse;
+  if (lone || pending != 0) Helper::raise_truncated_sequence_error();
   for (++pos; pos < text.size(); ++pos) Helper::check_padding_char(text[pos]);
   return out;
 }

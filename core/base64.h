@@ -34,9 +34,17 @@ class N7_EXPORT TransformHelperBase64 {
 // `size` bytes at `data` as Base64 with "=" padding.
 N7_EXPORT std::string base64_encode(const void* data, std::size_t size);
 
+// What base64_decode makes of a last group of six bits that holds no whole byte ("A===").
+enum class Base64LoneGroup {
+  kRefuse,  // a truncated sequence
+  kAccept,  // ignored when its bits are zero, as readers of stored password blobs expect
+};
+
 // The bytes of Base64 `text`. Decoding stops at the first '='; only '=' may follow it. Padding is
 // optional. Throws the invalid-character error for a character outside the alphabet, and the
-// truncated-sequence error when the text ends inside a byte or leaves non-zero bits over.
-N7_EXPORT std::vector<unsigned char> base64_decode(std::string_view text);
+// truncated-sequence error when the text ends inside a byte (see Base64LoneGroup) or leaves
+// non-zero bits over.
+N7_EXPORT std::vector<unsigned char> base64_decode(
+    std::string_view text, Base64LoneGroup lone_group = Base64LoneGroup::kRefuse);
 
 }  // namespace n7core
