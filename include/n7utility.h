@@ -43,4 +43,5 @@
 #include "Utility/DirectoryChangeNotifier.h"
 #include "Utility/ReadWriteLock.h"
 #include "Utility/Scheduler.h"
+#include "Utility/ThreadPool.h"
 #include "Utility/WaitableObjects.h"
