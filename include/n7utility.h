@@ -43,5 +43,6 @@
 #include "Utility/DirectoryChangeNotifier.h"
 #include "Utility/ReadWriteLock.h"
 #include "Utility/Scheduler.h"
+#include "Utility/ThreadPool.h"
 #include "Utility/TraceDebugCompat.h"
 #include "Utility/WaitableObjects.h"
