@@ -4,6 +4,7 @@
 #include <cstring>
 #include <cwchar>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -252,6 +253,15 @@ std::wstring Pad(std::wstring text, const InsertFormat& format) {
   return format.flags.find(L'-') != std::wstring::npos ? text + blanks : blanks + text;
 }
 
+// A narrow insert is UTF-8; bytes that are not stand for themselves (Latin-1), so that no text
+// is lost.
+std::wstring WidenNarrow(std::string_view text) {
+  if (std::optional<std::wstring> wide = n7platform::internal::FromUtf8(text)) return *wide;
+  std::wstring bytes;
+  for (const char c : text) bytes += static_cast<wchar_t>(static_cast<unsigned char>(c));
+  return bytes;
+}
+
 bool IsNarrowText(const InsertFormat& format) {
   if (format.conversion == L's' || format.conversion == L'c') {
     return format.size == Size::kShort || format.size == Size::kChar;
@@ -268,7 +278,7 @@ std::wstring FormatString(DWORD_PTR value, const InsertFormat& format) {
   } else if (IsNarrowText(format)) {
     // The argument array carries pointers as integers.
     const auto* narrow = reinterpret_cast<const char*>(value);  // NOLINT(performance-no-int-to-ptr)
-    text = n7platform::Utf8ToWideLossy(
+    text = WidenNarrow(
         std::string_view(narrow, limited ? strnlen(narrow, limit) : std::strlen(narrow)));
   } else {
     const auto* wide =

@@ -12,7 +12,9 @@ namespace {
 
 // No one is there to answer: the text goes where an administrator looks, and the box is "OK".
 int LogMessageBox(LPCWSTR text, UINT type, UINT /*help_id*/) {
-  const std::string utf8 = n7platform::WideToUtf8Lossy(text != nullptr ? text : L"");
+  // Text that is not Unicode is still shown, as far as it goes.
+  const std::string utf8 =
+      n7platform::internal::ToUtf8(text != nullptr ? text : L"").value_or("(unprintable text)");
   std::fprintf(stderr, "%s\n", utf8.c_str());
   const bool is_error = (type & 0xF0u) == MB_ICONHAND;
   syslog(is_error ? LOG_ERR : LOG_NOTICE, "%s", utf8.c_str());

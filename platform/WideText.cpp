@@ -1,86 +1,63 @@
+#include <cstdint>
+
 #include "platform/WideText_internal.h"
 
-#include <cstddef>
-
-namespace n7platform {
-
+namespace n7platform::internal {
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
+bool IsCodePoint(std::uint32_t c) { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
-bool IsScalarValue(char32_t c) { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
-
-void AppendUtf8(char32_t c, std::string& out) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
-// Decodes the sequence at `text[at]`; sets `length` to the bytes it takes (1 for an invalid
-// byte, which decodes as the replacement character).
-char32_t DecodeUtf8(std::string_view text, std::size_t at, std::size_t& length) {
-  const auto lead = static_cast<unsigned char>(text[at]);
-  length = 1;
-  if (lead < 0x80) return lead;
-  std::size_t count = 0;
-  char32_t value = 0;
-  char32_t minimum = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    count = 1, value = lead & 0x1Fu, minimum = 0x80;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    count = 2, value = lead & 0x0Fu, minimum = 0x800;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    count = 3, value = lead & 0x07u, minimum = 0x10000;
-  } else {
-    return kReplacement;
-  }
-  if (text.size() - at <= count) return kReplacement;
-  for (std::size_t i = 1; i <= count; ++i) {
-    const auto next = static_cast<unsigned char>(text[at + i]);
-    if ((next & 0xC0) != 0x80) return kReplacement;
-    value = (value << 6) | (next & 0x3Fu);
-  }
-  if (value < minimum || !IsScalarValue(value)) return kReplacement;
-  length = count + 1;
-  return value;
+// The number of continuation bytes after `lead`, or -1 for a byte that cannot start a sequence.
+int TailLength(unsigned char lead) {
+  if (lead < 0x80) return 0;
+  if (lead >= 0xC2 && lead <= 0xDF) return 1;
+  if (lead >= 0xE0 && lead <= 0xEF) return 2;
+  if (lead >= 0xF0 && lead <= 0xF4) return 3;
+  return -1;
 }
 
 }  // namespace
 
-std::string WideToUtf8Lossy(std::wstring_view text) {
+std::optional<std::string> ToUtf8(std::wstring_view text) {
   std::string out;
   out.reserve(text.size());
-  for (const wchar_t c : text) {
-    const auto value = static_cast<char32_t>(c);
-    if (IsScalarValue(value)) {
-      AppendUtf8(value, out);
-    } else {
-      out += '?';
+  for (const wchar_t unit : text) {
+    // wchar_t holds UTF-32 here; a negative value is no code point and fails the range test.
+    const auto c = static_cast<std::uint32_t>(unit);
+    if (!IsCodePoint(c)) return std::nullopt;
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+      continue;
     }
+    const int tail = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    constexpr std::uint32_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(kLead[tail] | (c >> (6 * tail)));
+    for (int i = tail - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
   }
   return out;
 }
 
-std::wstring Utf8ToWideLossy(std::string_view text) {
+std::optional<std::wstring> FromUtf8(std::string_view text) {
   std::wstring out;
   out.reserve(text.size());
-  std::size_t length = 0;
-  for (std::size_t at = 0; at < text.size(); at += length) {
-    out += static_cast<wchar_t>(DecodeUtf8(text, at, length));
+  for (std::size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const int tail = TailLength(lead);
+    if (tail < 0 || text.size() - i <= static_cast<std::size_t>(tail)) return std::nullopt;
+    constexpr unsigned char kLeadMask[] = {0x7F, 0x1F, 0x0F, 0x07};
+    std::uint32_t c = lead & kLeadMask[tail];
+    for (int k = 1; k <= tail; ++k) {
+      const auto next = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
+      if ((next & 0xC0) != 0x80) return std::nullopt;
+      c = (c << 6) | (next & 0x3Fu);
+    }
+    // Overlong forms decode below the smallest value of their length.
+    constexpr std::uint32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
+    if (c < kSmallest[tail] || !IsCodePoint(c)) return std::nullopt;
+    out += static_cast<wchar_t>(c);
+    i += static_cast<std::size_t>(tail) + 1;
   }
   return out;
 }
 
-}  // namespace n7platform
+}  // namespace n7platform::internal

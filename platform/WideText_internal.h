@@ -1,15 +1,18 @@
-// Lossy conversions between wide text and UTF-8 for the platform layer's own output (logs,
-// message inserts). The platform layer sits below the core services and cannot use their strict
-// conversions; here whatever cannot be converted becomes U+FFFD (wide) or '?' (UTF-8) instead of
-// failing, because the text is on its way to a person, not to a digest.
+// Wide text (UTF-32 wchar_t) to and from UTF-8, for the platform layer's calls into Linux, which
+// names files and writes logs in UTF-8. The core services have richer conversions, but the platform
+// layer sits below them.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
-namespace n7platform {
+namespace n7platform::internal {
 
-std::string WideToUtf8Lossy(std::wstring_view text);
-std::wstring Utf8ToWideLossy(std::string_view text);
+// Nothing for text that is not Unicode (surrogates, values above U+10FFFF).
+std::optional<std::string> ToUtf8(std::wstring_view text);
 
-}  // namespace n7platform
+// Nothing for bytes that are not well-formed UTF-8.
+std::optional<std::wstring> FromUtf8(std::string_view text);
+
+}  // namespace n7platform::internal
