@@ -67,7 +67,7 @@ TEST(StructuredExceptionTest, FaultsArriveAsExceptionObjectsAndTheThreadGoesOn) 
 
 // An access violation raised while another exception was handled: two records in a chain.
 class ChainedExceptionTest : public ::testing::Test {
- protected:
+ public:
   ChainedExceptionTest() {
     inner_.ExceptionCode = EXCEPTION_INT_DIVIDE_BY_ZERO;
     outer_.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
@@ -78,10 +78,12 @@ class ChainedExceptionTest : public ::testing::Test {
     context_.EFlags = 0x10246;
     context_.Rsp = 0x7FFC0000;
     context_.SegSs = 0x2B;
+    // NOLINTNEXTLINE(bugprone-throw-keyword-missing): made to be inspected, not thrown
     exception_ = new CSE_Exception(EXCEPTION_ACCESS_VIOLATION, &pointers_);
   }
   ~ChainedExceptionTest() override { exception_->Delete(); }
 
+ protected:
   EXCEPTION_RECORD inner_{};
   EXCEPTION_RECORD outer_{};
   CONTEXT context_{};
