@@ -9,6 +9,7 @@
 #include "platform/ManualClock.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
+#include "platform/Registry.h"
 #include "platform/SyncObjects.h"
 #include "platform/Thread.h"
 #include "platform/Time.h"
