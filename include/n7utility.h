@@ -43,5 +43,6 @@
 #include "Utility/Date.h"
 #include "Utility/DirectoryChangeNotifier.h"
 #include "Utility/ReadWriteLock.h"
+#include "Utility/RegistryKey.h"
 #include "Utility/Scheduler.h"
 #include "Utility/WaitableObjects.h"
