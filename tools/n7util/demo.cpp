@@ -21,6 +21,7 @@
 #include "core/trace.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
+#include "srp_login.h"
 
 namespace n7util {
 namespace {
@@ -259,6 +260,46 @@ bool password_step(std::ostream& out) {
   return true;
 }
 
+// ---- SRP login ----
+
+const char* describe_outcome(SrpLogin::Outcome outcome) {
+  switch (outcome) {
+    case SrpLogin::Outcome::kAccepted:
+      return "accepted, both sides hold the same session key";
+    case SrpLogin::Outcome::kRefusedByServer:
+      return "refused by the server (M1 does not prove the password)";
+    case SrpLogin::Outcome::kRefusedByClient:
+      return "refused by the client (M2 does not verify)";
+  }
+  return "unknown outcome";
+}
+
+// One login of `user` typing `password` against `blob`; false when it did not end as `expected`.
+bool try_login(std::ostream& out, const std::string& user, const std::string& password,
+               const std::string& blob, SrpLogin::Outcome expected) {
+  SrpLogin login(user, blob);
+  SrpLogin::Outcome outcome = login.run(password);
+  if (outcome == SrpLogin::Outcome::kAccepted && !login.same_key()) {
+    outcome = SrpLogin::Outcome::kRefusedByClient;
+  }
+  out << "  login as " << user << " with \"" << password << "\": " << describe_outcome(outcome)
+      << '\n';
+  if (outcome != expected) {
+    print_error("login: expected \"" + std::string(describe_outcome(expected)) + "\"");
+    return false;
+  }
+  return true;
+}
+
+bool login_step(std::ostream& out) {
+  const std::string user = "Operator", password = "Night-Shift 7";
+  const std::string blob = N7A::MdgM2(user, password);
+  out << "  MdgM2 stores a new password blob for Operator: a fresh salt, the SRP password key\n"
+         "  (PBKDF2, 1024 iterations) and the stored password value\n";
+  return try_login(out, user, password, blob, SrpLogin::Outcome::kAccepted) &&
+         try_login(out, user, "night-shift 7", blob, SrpLogin::Outcome::kRefusedByServer);
+}
+
 // ---- Dates ----
 
 bool date_step(std::ostream& out) {
@@ -282,6 +323,7 @@ bool date_step(std::ostream& out) {
 constexpr DemoStep kSteps[] = {
     {"scheduler: timed tasks on the process-wide dispatch thread", scheduler_step},
     {"passwords: a stored password value and its checks", password_step},
+    {"login: an SRP-6a login against a freshly stored password blob", login_step},
     {"dates: a date read from text, a month added, its day of the week", date_step},
 };
 
@@ -307,6 +349,8 @@ constexpr std::string_view kUsage =
     "             were scheduled and checks they come in the expected order (about 5 s)\n"
     "  passwords  stores a user's password value and checks passwords against it: as typed,\n"
     "             with the user ID in another case, as keypad digits, and two that must fail\n"
+    "  login      stores a new password blob and runs an SRP-6a login against it, client and\n"
+    "             server side, with the right password (accepted) and a wrong one (refused)\n"
     "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
     "             names the day of the week\n"
     "\n"
