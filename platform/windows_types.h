@@ -53,9 +53,6 @@ inline constexpr DWORD ERROR_DISK_FULL = 112;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
 inline constexpr DWORD RPC_S_SERVER_UNAVAILABLE = 1722;
 
-inline constexpr DWORD GENERIC_READ = 0x80000000u;
-inline constexpr DWORD GENERIC_WRITE = 0x40000000u;
-
 inline constexpr int THREAD_PRIORITY_NORMAL = 0;
 inline constexpr DWORD CREATE_SUSPENDED = 0x00000004u;
 
