@@ -48,4 +48,6 @@
 #include "Utility/ReadWriteLock.h"
 #include "Utility/Scheduler.h"
 #include "Utility/SystemProbes.h"
+#include "Utility/ThreadPool.h"
+#include "Utility/TraceDebugCompat.h"
 #include "Utility/WaitableObjects.h"
