@@ -58,9 +58,6 @@ inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
 inline constexpr DWORD RPC_S_SERVER_UNAVAILABLE = 1722;
 
-inline constexpr DWORD GENERIC_READ = 0x80000000u;
-inline constexpr DWORD GENERIC_WRITE = 0x40000000u;
-
 inline constexpr int THREAD_PRIORITY_NORMAL = 0;
 inline constexpr DWORD CREATE_SUSPENDED = 0x00000004u;
 
