@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Utility/Authentication.h"
+#include "Utility/Date.h"
 #include "Utility/Scheduler.h"
 #include "args.h"
 #include "command.h"
@@ -299,12 +300,31 @@ bool login_step(std::ostream& out) {
          try_login(out, user, "night-shift 7", blob, SrpLogin::Outcome::kRefusedByServer);
 }
 
+// ---- Dates ----
+
+bool date_step(std::ostream& out) {
+  CDate date(L"01/31/2016", L"MM/DD/YYYY", L"DD.MM.YYYY");
+  out << "  \"01/31/2016\" read by MM/DD/YYYY: " << n7core::to_string(date) << ", a "
+      << n7core::to_string(date.CDOW()) << ", day number " << date.Julian() << '\n';
+  date.AddMonths(1);
+  out << "  AddMonths(1) keeps the day within February of the leap year: "
+      << n7core::to_string(date) << ", a " << n7core::to_string(date.CDOW()) << '\n';
+  // 29 February 2016 was a Monday, day 2 of the week.
+  if (date.Month() != 2 || date.Day() != 29 || date.Year() != 2016 || date.NDOW() != 2) {
+    print_error("dates: 31 January 2016 plus one month gave " + n7core::to_string(date) +
+                " (day of week " + std::to_string(date.NDOW()) + ")");
+    return false;
+  }
+  return true;
+}
+
 // ---- The demo ----
 
 constexpr DemoStep kSteps[] = {
     {"scheduler: timed tasks on the process-wide dispatch thread", scheduler_step},
     {"passwords: a stored password value and its checks", password_step},
     {"login: an SRP-6a login against a freshly stored password blob", login_step},
+    {"dates: a date read from text, a month added, its day of the week", date_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -331,6 +351,8 @@ constexpr std::string_view kUsage =
     "             with the user ID in another case, as keypad digits, and two that must fail\n"
     "  login      stores a new password blob and runs an SRP-6a login against it, client and\n"
     "             server side, with the right password (accepted) and a wrong one (refused)\n"
+    "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
+    "             names the day of the week\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"
