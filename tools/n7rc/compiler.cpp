@@ -12,7 +12,9 @@
 //   resource TYPE NAME bytes HH ...   an item holding the bytes given in hexadecimal pairs
 //   resource TYPE NAME text TEXT      an item holding the UTF-8 bytes of TEXT
 //
-// TEXT is one or more double-quoted literals, joined; the escapes \\ \" \n \r \t \xHH \uHHHH and
+// TEXT is one or more double-quoted literals, joined; a line that starts with a literal continues
+// the text of the statement before it, and a mistake is reported on the statement's first line.
+// The escapes \\ \" \n \r \t \xHH \uHHHH and
 // \UHHHHHHHH give the character with that code. A text may not hold the character 0.
 // Numbers are decimal or hexadecimal with 0x.
 // TYPE is a standard type name (CURSOR BITMAP ICON MENU DIALOG FONTDIR FONT ACCELERATOR RCDATA
@@ -25,6 +27,8 @@
 //
 //   language 0x0409
 //   string 1 "Ready." " Waiting."                  # joined: "Ready. Waiting."
+//   string 2 "A long text, "
+//            "continued on the next line."
 //   message 0x40000001 "Service %1 started.\r\n"
 //   resource RCDATA SETTINGS file "defaults.bin"
 //   resource "TEMPLATE" 7 text "<a>\u00e9</a>"
@@ -529,15 +533,25 @@ std::string write_name(std::ostream& out, const ResourceId& id, std::string labe
 
 CompiledResources compile(std::string_view description, const std::filesystem::path& base_dir) {
   Compiler compiler(base_dir);
+  std::vector<Token> statement;  // the statement being read, and the line it started on
+  int statement_line = 0;
   int line_no = 0;
   while (!description.empty()) {
     ++line_no;
     const std::size_t end = description.find('\n');
     const std::string_view line = description.substr(0, end);
     description.remove_prefix(end == std::string_view::npos ? description.size() : end + 1);
-    const std::vector<Token> tokens = tokenize(line, line_no);
-    if (!tokens.empty()) compiler.statement(tokens, line_no);
+    std::vector<Token> tokens = tokenize(line, line_no);
+    if (tokens.empty()) continue;
+    if (tokens[0].quoted && !statement.empty()) {  // continues the statement's text
+      statement.insert(statement.end(), tokens.begin(), tokens.end());
+      continue;
+    }
+    if (!statement.empty()) compiler.statement(statement, statement_line);
+    statement = std::move(tokens);
+    statement_line = line_no;
   }
+  if (!statement.empty()) compiler.statement(statement, statement_line);
   return std::move(compiler).finish();
 }
 

@@ -38,7 +38,8 @@ T read_at(const std::vector<unsigned char>& bytes, std::size_t offset) {
 TEST(ResourceCompilerTest, StringsGoIntoBlocksOfSixteenCountedStringsPerLanguage) {
   const CompiledResources compiled = compile_text(
       "# comment\n"
-      "string 1 \"ab\" \"c\"   # joined\n"
+      "string 1 \"a\" \"b\"   # joined\n"
+      "         \"c\"         # continued\n"
       "string 17 \"\\u00e9\\t\"\n"
       "language 0x0407\n"
       "string 17 \"x\"\n");
@@ -115,6 +116,8 @@ TEST(ResourceCompilerTest, MalformedDescriptionsNameTheLineAndTheMistake) {
       {"string 0x \"x\"", 1, "not '0x'"},
       {"string 1 x", 1, "expected a quoted text, not 'x'"},
       {"string 1", 1, "expected: string ID"},
+      {"\"orphan\"", 1, "must start with a keyword"},
+      {"language 7\n  \"x\"", 1, "expected: language LANGID"},
       {"string 1 \"a\"\n\nstring 1 \"b\"", 3, "already defined in this language on line 1"},
       {"string 1 \"\\q\"", 1, "unknown escape '\\q'"},
       {"string 1 \"\\x4\"", 1, "invalid hexadecimal digit"},
