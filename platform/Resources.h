@@ -82,22 +82,6 @@ inline LPWSTR MakeIntResourceW(WORD id) {
 #define RT_HTML MAKEINTRESOURCEW(23)
 #define RT_MANIFEST MAKEINTRESOURCEW(24)
 
-inline constexpr WORD LANG_NEUTRAL = 0x00;
-inline constexpr WORD LANG_GERMAN = 0x07;
-inline constexpr WORD LANG_ENGLISH = 0x09;
-inline constexpr WORD LANG_FRENCH = 0x0C;
-inline constexpr WORD SUBLANG_NEUTRAL = 0x00;
-inline constexpr WORD SUBLANG_DEFAULT = 0x01;
-inline constexpr WORD SUBLANG_SYS_DEFAULT = 0x02;
-inline constexpr WORD SUBLANG_ENGLISH_US = 0x01;
-
-constexpr WORD MAKELANGID(WORD primary, WORD sub) {
-  return static_cast<WORD>((sub << 10) | primary);
-}
-constexpr WORD PRIMARYLANGID(DWORD language) { return static_cast<WORD>(language & 0x3FFu); }
-constexpr WORD SUBLANGID(DWORD language) { return static_cast<WORD>((language >> 10) & 0x3Fu); }
-
-inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
 inline constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
