@@ -40,6 +40,7 @@ class ObservedPool : public CThreadPool {
 };
 
 // A pooled thread without a thread, for the pool's bookkeeping alone.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): never deleted through the base
 class FakeThread final : public APooledThread {
  public:
   CWinThread* GetWinThread() override { return nullptr; }
@@ -99,6 +100,7 @@ TEST_F(TimedSelectionTest, WaitsForAThreadToGoIdleOrForTheTimeout) {
 }
 
 // A worker whose units of work are the test's functions, run in turn; the last one repeats.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): deletes itself, as workers do
 class ScriptedWorker : public APooledWorkerThread {
  public:
   using Work = std::function<unsigned int()>;

@@ -32,7 +32,7 @@ inline constexpr DWORD STILL_ACTIVE = 259;
 inline constexpr DWORD MAXIMUM_SUSPEND_COUNT = 127;
 
 // Messages. There are no windows, so a window handle is always null.
-using HWND = struct HWND__*;
+using HWND = struct HWND_opaque*;
 using WPARAM = std::uintptr_t;
 using LPARAM = std::intptr_t;
 
