@@ -167,6 +167,8 @@ class N7_EXPORT APooledWorkerThread : public APooledThread {
 // in ExitInstance; the object is deleted as its CWinThread's auto-delete setting says.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): deleted by its thread
 class N7_EXPORT APooledInterfaceThread : public CWinThread, public APooledThread {
+  DECLARE_DYNAMIC(APooledInterfaceThread)
+
  public:
   CWinThread* GetWinThread() override;
   // Posts WM_QUIT to the thread's queue.

@@ -259,15 +259,42 @@ BOOL CWinThread::SetThreadPriority(int priority) {
   return TRUE;
 }
 
-CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param, int priority, UINT stack_size,
-                           DWORD flags, LPSECURITY_ATTRIBUTES security) {
-  auto thread = std::make_unique<CWinThread>(proc, param);
+IMPLEMENT_DYNAMIC(CWinThread, CObject)
+
+namespace n7platform::internal {
+namespace {
+
+// Creates `thread`'s thread with its priority; it runs at once unless CREATE_SUSPENDED is asked.
+CWinThread* BeginThread(std::unique_ptr<CWinThread> thread, int priority, UINT stack_size,
+                        DWORD flags, LPSECURITY_ATTRIBUTES security) {
   if (!thread->CreateThread(flags | CREATE_SUSPENDED, stack_size, security)) return nullptr;
   thread->SetThreadPriority(priority);
   // Once resumed, an auto-deleting thread may end and delete itself at any moment.
   CWinThread* started = thread.release();
   if ((flags & CREATE_SUSPENDED) == 0) started->ResumeThread();
   return started;
+}
+
+}  // namespace
+}  // namespace n7platform::internal
+
+CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param, int priority, UINT stack_size,
+                           DWORD flags, LPSECURITY_ATTRIBUTES security) {
+  return n7platform::internal::BeginThread(std::make_unique<CWinThread>(proc, param), priority,
+                                           stack_size, flags, security);
+}
+
+CWinThread* AfxBeginThread(CRuntimeClass* thread_class, int priority, UINT stack_size, DWORD flags,
+                           LPSECURITY_ATTRIBUTES security) {
+  CObject* object = thread_class != nullptr ? thread_class->CreateObject() : nullptr;
+  CWinThread* thread = DYNAMIC_DOWNCAST(CWinThread, object);
+  if (thread == nullptr) {
+    delete object;
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
+  return n7platform::internal::BeginThread(std::unique_ptr<CWinThread>(thread), priority,
+                                           stack_size, flags, security);
 }
 
 BOOL CWinThread::PostThreadMessage(UINT message, WPARAM wparam, LPARAM lparam) {
