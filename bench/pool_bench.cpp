@@ -41,6 +41,7 @@ class BenchWorker : public APooledWorkerThread {
 // Blocks until all `count` workers of `pool` are idle, and leaves them so.
 void AwaitAllIdle(CThreadPool& pool, int count) {
   std::vector<APooledThread*> idle;
+  idle.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) idle.push_back(pool.SelectThread(INFINITE));
   for (APooledThread* thread : idle) pool.ReleaseThread(thread);
 }
