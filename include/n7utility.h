@@ -2,6 +2,7 @@
 #pragma once
 
 // Platform layer: Win32 and framework names over Linux.
+#include "platform/Archive.h"
 #include "platform/CString.h"
 #include "platform/Clock.h"
 #include "platform/EventLog.h"
@@ -9,6 +10,7 @@
 #include "platform/File.h"
 #include "platform/KernelObjects.h"
 #include "platform/ManualClock.h"
+#include "platform/MemFile.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
 #include "platform/Object.h"
