@@ -11,6 +11,7 @@ namespace {
 // Where the system keeps temporary files when the environment names no usable directory.
 constexpr wchar_t kSystemTempDir[] = L"/tmp";
 constexpr DWORD kTempNameCapacity = 260;
+constexpr DWORD kGenericRead = 0x80000000u;  // GENERIC_READ
 
 // The service state, or nothing when the service cannot be queried. Closes what it opened.
 bool QueryState(SC_HANDLE manager, const wchar_t* service_name, DWORD* state) {
@@ -37,7 +38,7 @@ void IgnoringFrameworkErrors(Call&& call) {
 
 int IsServiceRunning(const wchar_t* service_name) {
   try {
-    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, GENERIC_READ);
+    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, kGenericRead);
     if (manager == nullptr) return 0;
     DWORD state = SERVICE_STOPPED;
     const bool queried = QueryState(manager, service_name, &state);
