@@ -1,0 +1,20 @@
+// The message sources behind FormatMessageW.
+#pragma once
+
+#include <string>
+
+#include "platform/windows_types.h"
+
+namespace n7platform {
+
+// The built-in system table's text for `id` (with its final CR LF), or null when there is none.
+// An HRESULT of the Win32 facility has the text of its Win32 code.
+const wchar_t* FindSystemMessage(DWORD id);
+
+// Looks `id` up in the message table of `module` (null: the host program) in `language`.
+// Returns ERROR_SUCCESS and sets `text`, or the Win32 error that says why there is no text.
+// This is where module message tables plug in; until modules carry one, every module answers
+// ERROR_RESOURCE_TYPE_NOT_FOUND.
+DWORD FindModuleMessage(LPCVOID module, DWORD id, DWORD language, std::wstring& text);
+
+}  // namespace n7platform
