@@ -97,7 +97,6 @@ constexpr WORD MAKELANGID(WORD primary, WORD sub) {
 constexpr WORD PRIMARYLANGID(DWORD language) { return static_cast<WORD>(language & 0x3FFu); }
 constexpr WORD SUBLANGID(DWORD language) { return static_cast<WORD>((language >> 10) & 0x3Fu); }
 
-inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
 inline constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
