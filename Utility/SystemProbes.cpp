@@ -6,6 +6,7 @@
 #include "platform/Exceptions.h"
 #include "platform/File.h"
 #include "platform/Registry.h"
+#include "platform/Resources.h"
 #include "platform/Services.h"
 
 namespace {
@@ -39,6 +40,12 @@ void IgnoringFrameworkErrors(Call&& call) {
 }
 
 }  // namespace
+
+int IsDCOMReady() {
+  // Looked up only in a module already loaded: loading the COM library is not this probe's job.
+  HMODULE ole32 = GetModuleHandleW(L"OLE32");
+  return ole32 == nullptr || GetProcAddress(ole32, "CoInitializeEx") == nullptr ? 1 : 0;
+}
 
 int IsDCOMEnabled() {
   CRegistryKey key;

@@ -10,6 +10,7 @@
 
 #include "platform/Registry.h"
 #include "platform/RegistryFixture_internal.h"
+#include "platform/Resources.h"
 #include "platform/Services_test.h"
 #include "platform/TempDir_test.h"
 
@@ -81,6 +82,18 @@ TEST(IsServiceRunningTest, RunningLikeStatesCountAsRunning) {
   EXPECT_EQ(IsServiceRunning(nullptr), 0);
   fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
   EXPECT_EQ(IsServiceRunning(L"running"), 0);
+}
+
+// The probe's lookup: a function is found in a loaded module only. No COM library is ever loaded
+// here, so the probe answers 1.
+TEST(IsDCOMReadyTest, TheLookupFindsOnlyWhatLoadedModulesExport) {
+  HMODULE libc = GetModuleHandleW(L"libc.so.6");
+  ASSERT_NE(libc, nullptr);
+  EXPECT_NE(GetProcAddress(libc, "malloc"), nullptr);
+  EXPECT_EQ(GetProcAddress(libc, "CoInitializeEx"), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
+  EXPECT_EQ(GetModuleHandleW(L"OLE32"), nullptr);
+  EXPECT_EQ(IsDCOMReady(), 1);
 }
 
 class DcomTest : public ::testing::Test {
