@@ -357,6 +357,19 @@ HMODULE LoadLibraryExW(LPCWSTR file_name, HANDLE file, DWORD flags) {
   return LoadLibraryW(file_name);
 }
 
+FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
+  const std::optional<ModuleInfo> info = Describe(module);
+  void* handle = info ? OpenLoaded(*info) : nullptr;
+  if (handle == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  void* symbol = name != nullptr ? dlsym(handle, name) : nullptr;
+  dlclose(handle);
+  if (symbol == nullptr) SetLastError(ERROR_PROC_NOT_FOUND);
+  return reinterpret_cast<FARPROC>(symbol);
+}
+
 BOOL FreeLibrary(HMODULE module) {
   const std::optional<ModuleInfo> info = Describe(module);
   if (!info || module == nullptr) {

@@ -16,6 +16,7 @@
 
 #include "Utility/Authentication.h"
 #include "Utility/Date.h"
+#include "Utility/EventLog.h"
 #include "Utility/RegistryKey.h"
 #include "Utility/Scheduler.h"
 #include "Utility/ThreadPool.h"
@@ -395,6 +396,37 @@ bool pool_step(std::ostream& out) {
       << " thread(s) left after Shutdown\n";
   if (total != 46 || failures != 1 || pool.QueryNumThreads() != 0) {
     print_error("thread pool: expected the sum 46, one failure and no thread left");
+  return true;
+}
+
+// ---- Event log ----
+
+bool eventlog_step(std::ostream& out) {
+  const wchar_t* const source = L"n7util demo";
+  const wchar_t* const message_file = L"/usr/share/n7utility/demo-messages";
+  const DWORD added = AddEventSource(source, message_file, 0);
+  if (added != ERROR_SUCCESS) {
+    print_error("event log: AddEventSource failed with error " + std::to_string(added));
+    return false;
+  }
+  const char* registry = std::getenv("N7_REGISTRY_DIR");  // NOLINT(concurrency-mt-unsafe)
+  out << "  AddEventSource(\"n7util demo\") registered the source in the registry ("
+      << (registry != nullptr ? registry : "the default store") << ")\n";
+
+  CEventLog log(source);
+  log.LogMessage(0x40000001u, 0, nullptr, 1, L"the demo reports an event");
+  const char* file = std::getenv("N7_EVENTLOG_FILE");  // NOLINT(concurrency-mt-unsafe)
+  out << "  LogMessage(0x40000001, \"the demo reports an event\"): information, to "
+      << (file != nullptr ? file : "the system log") << '\n';
+
+  CString stored;
+  DWORD types = 0;
+  const DWORD queried = QueryEventMessageFile(source, stored, &types);
+  out << "  QueryEventMessageFile read back \"" << n7core::to_string(stored.str()) << "\", types "
+      << types << '\n';
+  if (queried != ERROR_SUCCESS || !(stored == message_file) || types != 7) {
+    print_error("event log: the registration read back is not what was written (error " +
+                std::to_string(queried) + ")");
     return false;
   }
   return true;
@@ -455,6 +487,8 @@ constexpr DemoStep kSteps[] = {
     {"dates: a date read from text, a month added, its day of the week", date_step},
     {"thread pool: units of work handed to two pooled workers", pool_step},
     {"registry: a volatile key, typed values and a change notification", registry_step},
+    {"event log: a source registered, an event reported, the registration read back",
+     eventlog_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -483,6 +517,9 @@ constexpr std::string_view kUsage =
     "             server side, with the right password (accepted) and a wrong one (refused)\n"
     "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
     "             names the day of the week\n"
+    "  event log  registers the source \"n7util demo\" in the registry, reports an event (to\n"
+    "             the system log, or to the file N7_EVENTLOG_FILE names) and reads the\n"
+    "             registration back (the registry store is in N7_REGISTRY_DIR when it is set)\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"
