@@ -83,6 +83,7 @@ inline LPWSTR MakeIntResourceW(WORD id) {
 #define RT_MANIFEST MAKEINTRESOURCEW(24)
 
 inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
+inline constexpr DWORD ERROR_PROC_NOT_FOUND = 127;
 inline constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
 inline constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
@@ -108,6 +109,13 @@ N7_EXPORT HMODULE LoadLibraryW(LPCWSTR file_name);
 // does: a resource module runs no code of its own. Other flags fail with ERROR_INVALID_PARAMETER.
 N7_EXPORT HMODULE LoadLibraryExW(LPCWSTR file_name, HANDLE file, DWORD flags);
 N7_EXPORT BOOL FreeLibrary(HMODULE module);
+
+// An exported function, as the caller casts it to its real type.
+using FARPROC = void (*)();
+// The address of the symbol `name` of a loaded module (null: the main program and the libraries
+// loaded with it); null with ERROR_PROC_NOT_FOUND when the module has no such symbol, or
+// ERROR_INVALID_HANDLE when `module` is no loaded module.
+N7_EXPORT FARPROC GetProcAddress(HMODULE module, LPCSTR name);
 
 // ---- Resources ----
 
