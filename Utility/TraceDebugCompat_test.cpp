@@ -5,62 +5,22 @@
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
-#include <optional>
-#include <string>
 #include <utility>
+#include <vector>
 
 #include "core/error.h"
 #include "core/trace.h"
+#include "core/trace_capture_test.h"
 
 namespace {
 
+using n7trace::test_support::TraceCapture;
+
 constexpr char kTopic[] = "Compatibility Topic";
+constexpr std::int8_t kRegisteredLevel = -127;
 
-struct Traced {
-  int level, msg_type, subtype;
-  std::string function, file, text;
-  int line;
-};
-
-// Keeps the last message of the compatibility topic, with the topic set to a chosen level and
-// put back afterwards.
-class CompatCapture : public n7trace::TraceSink {
- public:
-  CompatCapture() : topic_(n7trace::get_trace_mgr().topic_handle(kTopic, 0, -127)->topic) {
-    saved_level_ = topic_->trace_level();
-    n7trace::get_trace_mgr().add_sink(this);
-  }
-  ~CompatCapture() override {
-    n7trace::get_trace_mgr().remove_sink(this);
-    topic_->set_trace_level(saved_level_);
-  }
-  CompatCapture(const CompatCapture&) = delete;
-  CompatCapture& operator=(const CompatCapture&) = delete;
-
-  void SetLevel(std::int8_t level) { topic_->set_trace_level(level); }
-
-  void write(const n7trace::TraceRecord& record) override {
-    if (record.topic != kTopic) return;
-    std::lock_guard lock(mutex_);
-    last_ = Traced{record.level,
-                   record.msg_type,
-                   record.user_msg_type,
-                   std::string(record.function),
-                   std::string(record.file),
-                   std::string(record.text),
-                   record.line};
-  }
-  std::optional<Traced> Take() {
-    std::lock_guard lock(mutex_);
-    return std::exchange(last_, std::nullopt);
-  }
-
- private:
-  n7trace::TraceTopic* topic_;
-  std::int8_t saved_level_;
-  std::mutex mutex_;
-  std::optional<Traced> last_;
-};
+// The compatibility topic's messages at the topic level `level`.
+TraceCapture CaptureAt(std::int8_t level) { return {kTopic, kRegisteredLevel, level}; }
 
 struct FlagCase {
   unsigned long flags;
@@ -79,40 +39,58 @@ TEST(TraceCompat, FlagsChooseLevelAndSubtypeLastBitWins) {
       {0x101, 60, false, 0, 0},   {0x8001, 61, true, 61, 2},  {0x10000, 61, true, 61, 2},
       {0x10000, 60, false, 0, 0}, {0x10001, 11, true, 11, 4},
   };
-  CompatCapture capture;
   for (const FlagCase& c : cases) {
     SCOPED_TRACE(testing::Message() << "flags 0x" << std::hex << c.flags << std::dec
                                     << ", topic level " << int{c.topic_level});
-    capture.SetLevel(c.topic_level);
+    TraceCapture capture = CaptureAt(c.topic_level);
     Trace(L"Module", c.flags, "client.cpp", 7, L"text");
-    const std::optional<Traced> traced = capture.Take();
-    ASSERT_EQ(traced.has_value(), c.traced);
-    if (!c.traced) continue;
-    EXPECT_EQ(traced->level, c.level);
-    EXPECT_EQ(traced->subtype, c.subtype);
-    EXPECT_EQ(traced->msg_type, 2);
+    const std::vector<TraceCapture::Message> traced = capture.Take();
+    if (!c.traced) {
+      EXPECT_TRUE(traced.empty());
+      continue;
+    }
+    const TraceCapture::Message expected{"Trace()", "client.cpp", "text", c.level, 2, c.subtype};
+    EXPECT_EQ(traced, std::vector{expected});
   }
 }
 
-TEST(TraceCompat, BothFormsTraceTheTextUnchangedWithTheCallersSite) {
-  CompatCapture capture;
-  Trace(L"Module", 0, "client.cpp", 12, L"%d of %s \u00e9\u20ac\U0001F600", 5, "x");
-  EXPECT_EQ(capture.Take()->text, "%d of %s \u00e9\u20ac\U0001F600");
+// Also keeps the line of each message, which the shared capture leaves out.
+class LineCapture : public TraceCapture {
+ public:
+  LineCapture() : TraceCapture(kTopic, kRegisteredLevel, kRegisteredLevel) {}
+  void write(const n7trace::TraceRecord& record) override {
+    TraceCapture::write(record);
+    if (record.topic != kTopic) return;
+    std::lock_guard lock(mutex_);
+    lines_.push_back(record.line);
+  }
+  std::vector<int> TakeLines() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(lines_, {});
+  }
 
+ private:
+  std::mutex mutex_;
+  std::vector<int> lines_;
+};
+
+TEST(TraceCompat, BothFormsTraceTheTextUnchangedAtTheCallersSite) {
+  LineCapture capture;
+  Trace(L"Module", 0, "client.cpp", 12, L"%d of %s \u00e9\u20ac\U0001F600", 5, "x");
   CTraceMsg("site.cpp", 34).Print(L"Module", 0, L"%s {} %%", L"ignored");
-  const std::optional<Traced> traced = capture.Take();
-  ASSERT_TRUE(traced.has_value());
-  EXPECT_EQ(traced->text, "%s {} %%");
-  EXPECT_EQ(traced->function, "Trace()");
-  EXPECT_EQ(traced->file, "site.cpp");
-  EXPECT_EQ(traced->line, 34);
+  const std::vector<TraceCapture::Message> expected = {
+      {"Trace()", "client.cpp", "%d of %s \u00e9\u20ac\U0001F600", 61, 2, 2},
+      {"Trace()", "site.cpp", "%s {} %%", 61, 2, 2},
+  };
+  EXPECT_EQ(capture.Take(), expected);
+  EXPECT_EQ(capture.TakeLines(), (std::vector{12, 34}));
 }
 
 TEST(TraceCompat, TextThatIsNotUnicodeThrowsTheConversionError) {
-  CompatCapture capture;
+  TraceCapture capture = CaptureAt(kRegisteredLevel);
   const wchar_t lone_surrogate[] = {0xD800, 0};
   EXPECT_THROW(Trace(L"Module", 0, "client.cpp", 1, lone_surrogate), n7core::ErrorException);
-  EXPECT_FALSE(capture.Take().has_value());
+  EXPECT_TRUE(capture.Take().empty());
 }
 
 TEST(TraceCompat, TopicIsRegisteredAtLoadAtLowestLevel) {
@@ -120,7 +98,7 @@ TEST(TraceCompat, TopicIsRegisteredAtLoadAtLowestLevel) {
   if (std::getenv("N7_TRACE") != nullptr) GTEST_SKIP() << "N7_TRACE sets the topic levels";
   // Asking with another initial level returns the registered topic unchanged.
   n7trace::TraceTopic* topic = n7trace::get_trace_mgr().topic_handle(kTopic, 0, 61)->topic;
-  EXPECT_EQ(topic->trace_level(), -127);
+  EXPECT_EQ(topic->trace_level(), kRegisteredLevel);
 }
 
 }  // namespace

@@ -139,15 +139,19 @@ class FileSink final : public EventSink {
   const int fd_;
 };
 
-// The journal through its native protocol, else a syslog datagram on /dev/log.
+// The journal through its native protocol when it runs, else a syslog datagram on /dev/log.
 class SystemLogSink final : public EventSink {
  public:
   DWORD Write(const LogEvent& event) const override {
-    if (WriteToJournal(event)) return ERROR_SUCCESS;
-    return WriteToSyslogSocket(event) ? ERROR_SUCCESS : ERROR_EVENTLOG_CANT_START;
+    // The journal's client drops messages silently when the journal does not run; ask first.
+    const bool sent =
+        access(kJournalSocket, W_OK) == 0 ? WriteToJournal(event) : WriteToSyslogSocket(event);
+    return sent ? ERROR_SUCCESS : ERROR_EVENTLOG_CANT_START;
   }
 
  private:
+  static constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
+
   static bool WriteToJournal(const LogEvent& event) {
     std::vector<std::string> fields = {
         "MESSAGE=" + FormatLogMessage(event),

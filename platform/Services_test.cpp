@@ -34,7 +34,7 @@ TEST(ServicesTest, EachUnitStateMapsToItsServiceState) {
   FakeServiceManager fake;
   for (const StateCase& c : cases)
     fake.SetUnit(c.unit.active + c.unit.freezer + ".service", c.unit);
-  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, GENERIC_READ);
+  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   ASSERT_NE(manager, nullptr);
   for (const StateCase& c : cases) {
     const std::string name = c.unit.active + c.unit.freezer;
@@ -53,7 +53,7 @@ TEST(ServicesTest, EachUnitStateMapsToItsServiceState) {
 TEST(ServicesTest, UnknownAndMalformedServicesAreRefused) {
   FakeServiceManager fake;
   fake.SetUnit("cron.service", {"active", ""});
-  SC_HANDLE manager = OpenSCManagerW(nullptr, L"ServicesActive", GENERIC_READ);
+  SC_HANDLE manager = OpenSCManagerW(nullptr, L"ServicesActive", SC_MANAGER_CONNECT);
   ASSERT_NE(manager, nullptr);
   EXPECT_EQ(OpenServiceW(manager, L"missing", SERVICE_QUERY_STATUS), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_SERVICE_DOES_NOT_EXIST);
@@ -79,19 +79,19 @@ TEST(ServicesTest, UnknownAndMalformedServicesAreRefused) {
 
 TEST(ServicesTest, AnUnreachableOrRemoteManagerIsRefused) {
   FakeServiceManager fake;
-  EXPECT_EQ(OpenSCManagerW(L"\\\\elsewhere.invalid", nullptr, GENERIC_READ), nullptr);
+  EXPECT_EQ(OpenSCManagerW(L"\\\\elsewhere.invalid", nullptr, SC_MANAGER_CONNECT), nullptr);
   EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
-  EXPECT_EQ(OpenSCManagerW(nullptr, L"ServicesFailed", GENERIC_READ), nullptr);
+  EXPECT_EQ(OpenSCManagerW(nullptr, L"ServicesFailed", SC_MANAGER_CONNECT), nullptr);
   EXPECT_EQ(GetLastError(), ERROR_DATABASE_DOES_NOT_EXIST);
   fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
-  EXPECT_EQ(OpenSCManagerW(nullptr, nullptr, GENERIC_READ), nullptr);
+  EXPECT_EQ(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT), nullptr);
   EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
 }
 
 // The real manager: on a machine without a system bus the manager cannot be opened; with one, an
 // unknown service is reported as such.
 TEST(ServicesTest, TheSystemManagerAnswersOrIsUnavailable) {
-  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, GENERIC_READ);
+  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   if (manager == nullptr) {
     EXPECT_TRUE(GetLastError() == RPC_S_SERVER_UNAVAILABLE || GetLastError() == ERROR_ACCESS_DENIED)
         << GetLastError();

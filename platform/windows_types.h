@@ -58,9 +58,6 @@ inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_INVALID_NAME = 123;
 inline constexpr DWORD RPC_S_SERVER_UNAVAILABLE = 1722;
 
-inline constexpr DWORD GENERIC_READ = 0x80000000u;
-inline constexpr DWORD GENERIC_WRITE = 0x40000000u;
-
 inline constexpr int THREAD_PRIORITY_NORMAL = 0;
 inline constexpr DWORD CREATE_SUSPENDED = 0x00000004u;
 
@@ -87,3 +84,21 @@ struct SYSTEMTIME {
   WORD wSecond;
   WORD wMilliseconds;
 };
+
+// Language identifiers: a primary language in the low 10 bits, a sublanguage above it.
+inline constexpr WORD LANG_NEUTRAL = 0x00;
+inline constexpr WORD LANG_GERMAN = 0x07;
+inline constexpr WORD LANG_ENGLISH = 0x09;
+inline constexpr WORD LANG_FRENCH = 0x0C;
+inline constexpr WORD SUBLANG_NEUTRAL = 0x00;
+inline constexpr WORD SUBLANG_DEFAULT = 0x01;
+inline constexpr WORD SUBLANG_SYS_DEFAULT = 0x02;
+inline constexpr WORD SUBLANG_ENGLISH_US = 0x01;
+
+// NOLINTBEGIN(readability-identifier-naming): the Win32 names
+constexpr WORD MAKELANGID(WORD primary, WORD sub) {
+  return static_cast<WORD>((sub << 10) | primary);
+}
+constexpr WORD PRIMARYLANGID(DWORD language) { return static_cast<WORD>(language & 0x3FFu); }
+constexpr WORD SUBLANGID(DWORD language) { return static_cast<WORD>((language >> 10) & 0x3Fu); }
+// NOLINTEND(readability-identifier-naming)

@@ -1,7 +1,6 @@
 // n7util date: reads dates by an input format, shows their fields, shifts them by days, weeks,
 // months or years, and names the date of a day number.
 #include <cstdint>
-#include <cwctype>
 #include <iostream>
 #include <limits>
 #include <optional>
@@ -35,18 +34,14 @@ struct Formats {
   const wchar_t* out_or_null() const { return out ? out->c_str() : nullptr; }
 };
 
-// Whether the upper-cased `format` names `field`.
-bool names_field(const std::wstring& format, std::wstring_view field) {
-  return format.find(field) != std::wstring::npos;
-}
-
 // An input format must name every field, or no text could ever parse into a valid date.
 void check_input_format(const std::wstring& format) {
   if (format.empty()) return;  // the default
-  std::wstring upper = format;
-  for (wchar_t& c : upper) c = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
-  const bool has_month = names_field(upper, L"MM") || names_field(upper, L"MON");
-  if (!names_field(upper, L"DD") || !has_month || !names_field(upper, L"YY")) {
+  const std::wstring upper = CDate(0L, format.c_str(), nullptr).GetInFormat().str();
+  const auto names = [&upper](std::wstring_view field) {
+    return upper.find(field) != std::wstring::npos;
+  };
+  if (!names(L"DD") || !(names(L"MM") || names(L"MON")) || !names(L"YY")) {
     throw UsageError("input format '" + n7core::to_string(format) +
                      "' must name the day (DD), the month (MM or MON) and the year (YY or YYYY)");
   }
@@ -71,24 +66,26 @@ std::string field_summary(const CDate& date) {
          ", year " + std::to_string(date.Year());
 }
 
-// Whether `date`'s fields are the ones its day number stands for. They are not when the date
-// lies beyond the 32-bit day numbers, which the library clamps; year 0 stands for 1 BC.
-bool within_range(const CDate& date) {
-  const CDate by_number(date.Julian(), kDefaultFormat, nullptr);
+// Whether `date` has the fields of `by_number`, the date of its day number; year 0 stands for
+// 1 BC. It has not when it is one of the days the calendar reform dropped, or lies beyond the
+// 32-bit day numbers, which the library clamps.
+bool same_day(const CDate& date, const CDate& by_number) {
   const int year = date.Year() == 0 ? -1 : date.Year();
   return by_number.Month() == date.Month() && by_number.Day() == date.Day() &&
          by_number.Year() == year;
 }
 
 // The exit status for `date`, described as `what`: failure, with the reason reported, when it is
-// not a valid date or lies beyond the day numbers.
+// not a valid date or has no day number of its own.
 int verdict(const std::string& what, const CDate& date) {
   if (!date.isValid()) {
     print_error(what + " is not a valid date (" + field_summary(date) + ")");
     return kExitFailure;
   }
-  if (!within_range(date)) {
-    print_error(what + " lies beyond the range of day numbers (" + field_summary(date) + ")");
+  const CDate by_number(date.Julian(), kDefaultFormat, nullptr);
+  if (!same_day(date, by_number)) {
+    print_error(what + " has no day number of its own (" + field_summary(date) + "; day number " +
+                std::to_string(date.Julian()) + " is " + field_summary(by_number) + ")");
     return kExitFailure;
   }
   return kExitOk;
@@ -199,8 +196,8 @@ constexpr std::string_view kUsage =
     "format. Text is read as runs of digits taken as the fields in the format's order; with YY,\n"
     "years 50-99 are 1950-1999 and 00-49 are 2000-2049. Years are written without sign.\n"
     "\n"
-    "Exit status: 0 success, 1 the date or the result is not valid (or lies beyond the 32-bit\n"
-    "day numbers), 2 usage error.\n";
+    "Exit status: 0 success, 1 the date or the result is not valid or has no day number of its\n"
+    "own (a day the calendar reform dropped, or beyond the 32-bit day numbers), 2 usage error.\n";
 
 }  // namespace
 

@@ -66,8 +66,12 @@ expect 0 $'date: 10/15/1582\nday number: 2299160' "" add 10/04/1582 --days 1
 expect 0 $'date: 02/29/2020\nday number: 2458908' "" add 02/29/2016 --years 4
 expect 1 $'date: Invalid Date\nday number: 2457813' "the result is not a valid date" \
   add 02/29/2016 --years 1
-expect 1 $'date: 01/01/2147483647\nday number: 2147483647' "beyond the range" \
+expect 1 $'date: 01/01/2147483647\nday number: 2147483647' "has no day number of its own" \
   add 01/01/2000 --years 2147483647
+
+# A day the calendar reform dropped: shown, but it is another day's number.
+expect 1 "$(fields 2299165 10 10 1582 Wednesday 10/10/1582 yes)" \
+  "day number 2299165 is month 10, day 20, year 1582" show 10/10/1582
 
 # Texts that do not make a valid date: the fields as far as they were read, and exit 1.
 expect 1 "$(fields 1721116 3 0 0 Sunday 'Invalid Date' no)" "'3/15' .* is not a valid date" \
