@@ -1,24 +1,22 @@
-// Loads strings from the library's own string table.
-//
-// Interim version holding the two structured-exception texts in code; the string table built
-// into the library's resources replaces it.
+// CStringTable: loads a string of the library's own string table (strings 1 to 3: the error
+// pools' internal-error text and the texts of structured exceptions), wherever the framework's
+// current resource module points at the time.
 #pragma once
 
 #include "platform/CString.h"
+#include "platform/SyncObjects.h"
+#include "platform/export.h"
 #include "platform/windows_types.h"
 
-class CStringTable {
+class N7_EXPORT CStringTable {
  public:
-  CString Load(UINT id) {
-    switch (id) {
-      case 2:
-        return L"A Win32 exception '0x%1!X!' has occurred.  Exception Context Record: [Ebp=0x%2!X! "
-               L"Eip=0x%3!X! SegCs=0x%4!X! EFlags=0x%5!X! Esp=0x%6!X! SegSs=0x%7!X!]";
-      case 3:
-        return L"A Win64 exception '0x%1!X!' has occurred.  Exception Context Record: [Rbp=0x%2!X! "
-               L"Rip=0x%3!X! SegCs=0x%4!X! EFlags=0x%5!X! Rsp=0x%6!X! SegSs=0x%7!X!]";
-      default:
-        return L"";
-    }
-  }
+  // String `id` of the library's table, or an empty string when the table lacks it. Makes the
+  // library's module the framework's current resource module for the load and puts the previous
+  // one back afterwards, also when the load throws; a previous module of null is not put back.
+  // Without the library's module (not set up), the text is
+  // "English Only: Instance handle not initialized.".
+  CString Load(UINT id);
+
+ private:
+  CCriticalSection m_lock;  // the loader's lock: one Load at a time through this loader
 };

@@ -12,7 +12,10 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/export.h"
 #include "platform/windows_types.h"
+
+struct HINSTANCE_Opaque;
 
 class CString {
  public:
@@ -73,6 +76,11 @@ class CString {
     for (wchar_t& c : text_) c = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
     return *this;
   }
+
+  // Loads string `id` from the framework's resource modules (platform/ModuleState.h), or from
+  // `module`: TRUE when found; otherwise FALSE and the string is unchanged.
+  N7_EXPORT BOOL LoadString(UINT id);
+  N7_EXPORT BOOL LoadString(HINSTANCE_Opaque* module, UINT id);
 
   friend bool operator==(const CString& a, const CString& b) { return a.text_ == b.text_; }
   friend bool operator==(const CString& a, const wchar_t* b) {

@@ -39,7 +39,8 @@
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
-using HKEY = struct HKEY__*;
+// An opaque reference to an open key (never dereferenced).
+using HKEY = struct N7RegistryKey*;
 using PHKEY = HKEY*;
 using LSTATUS = LONG;
 using ACCESS_MASK = DWORD;
@@ -117,7 +118,6 @@ inline constexpr SECURITY_INFORMATION SACL_SECURITY_INFORMATION = 0x08;
 
 inline constexpr DWORD ERROR_BAD_NETPATH = 53;
 inline constexpr DWORD ERROR_ALREADY_EXISTS = 183;
-inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 inline constexpr DWORD ERROR_BAD_PATHNAME = 161;
 inline constexpr DWORD ERROR_BUSY = 170;
 inline constexpr DWORD ERROR_MORE_DATA = 234;

@@ -16,12 +16,15 @@
 
 #include "Utility/Authentication.h"
 #include "Utility/Date.h"
+#include "Utility/EventLog.h"
+#include "Utility/RegistryKey.h"
 #include "Utility/Scheduler.h"
 #include "Utility/ThreadPool.h"
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
 #include "core/trace.h"
+#include "platform/KernelObjects.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
 #include "srp_login.h"
@@ -393,8 +396,85 @@ bool pool_step(std::ostream& out) {
       << " thread(s) left after Shutdown\n";
   if (total != 46 || failures != 1 || pool.QueryNumThreads() != 0) {
     print_error("thread pool: expected the sum 46, one failure and no thread left");
+  return true;
+}
+
+// ---- Event log ----
+
+bool eventlog_step(std::ostream& out) {
+  const wchar_t* const source = L"n7util demo";
+  const wchar_t* const message_file = L"/usr/share/n7utility/demo-messages";
+  const DWORD added = AddEventSource(source, message_file, 0);
+  if (added != ERROR_SUCCESS) {
+    print_error("event log: AddEventSource failed with error " + std::to_string(added));
     return false;
   }
+  const char* registry = std::getenv("N7_REGISTRY_DIR");  // NOLINT(concurrency-mt-unsafe)
+  out << "  AddEventSource(\"n7util demo\") registered the source in the registry ("
+      << (registry != nullptr ? registry : "the default store") << ")\n";
+
+  CEventLog log(source);
+  log.LogMessage(0x40000001u, 0, nullptr, 1, L"the demo reports an event");
+  const char* file = std::getenv("N7_EVENTLOG_FILE");  // NOLINT(concurrency-mt-unsafe)
+  out << "  LogMessage(0x40000001, \"the demo reports an event\"): information, to "
+      << (file != nullptr ? file : "the system log") << '\n';
+
+  CString stored;
+  DWORD types = 0;
+  const DWORD queried = QueryEventMessageFile(source, stored, &types);
+  out << "  QueryEventMessageFile read back \"" << n7core::to_string(stored.str()) << "\", types "
+      << types << '\n';
+  if (queried != ERROR_SUCCESS || !(stored == message_file) || types != 7) {
+    print_error("event log: the registration read back is not what was written (error " +
+                std::to_string(queried) + ")");
+    return false;
+  }
+  return true;
+}
+
+// ---- Registry ----
+
+// Reports a failed registry operation; false.
+bool registry_failed(const char* what, const CRegistryKey& key) {
+  print_error(std::string("registry: ") + what + " failed with error " +
+              std::to_string(key.GetLastError()));
+  return false;
+}
+
+bool registry_step(std::ostream& out) {
+  CRegistryKey key;
+  const LONG disposition =
+      key.Create(HKEY_CURRENT_USER, L"n7util demo", 1, KEY_ALL_ACCESS, nullptr);
+  if (disposition < 0) return registry_failed("creating a volatile key", key);
+  out << "  HKCU\\n7util demo " << (disposition == 1 ? "created" : "opened")
+      << " (volatile: gone after a restart)\n";
+  const std::wstring greeting = L"hello";
+  if (key.SetValue(L"Greeting", REG_SZ, reinterpret_cast<const BYTE*>(greeting.c_str()),
+                   static_cast<DWORD>((greeting.size() + 1) * sizeof(wchar_t))) != 0)
+    return registry_failed("writing a text", key);
+  CString text;
+  if (key.GetValue(L"GREETING", text) != 0) return registry_failed("reading the text", key);
+  out << "  Greeting read back (name in another case): " << n7core::to_string(text.GetString())
+      << '\n';
+
+  HANDLE changed = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const DWORD count = 3;
+  const bool notified =
+      key.NotifyChange(REG_NOTIFY_CHANGE_LAST_SET, FALSE, changed) == 0 &&
+      key.SetValue(L"Count", REG_DWORD, reinterpret_cast<const BYTE*>(&count), sizeof count) == 0 &&
+      WaitForSingleObject(changed, 30000) == WAIT_OBJECT_0;
+  CloseHandle(changed);
+  if (!notified) return registry_failed("watching for a change", key);
+  DWORD read = 0;
+  if (key.GetValue(L"Count", read) != 0 || read != count)
+    return registry_failed("reading the number", key);
+  out << "  change notification signalled by writing Count = " << read << '\n';
+
+  key.Close();
+  CRegistryKey root;
+  if (root.Open(HKEY_CURRENT_USER, L"", KEY_ALL_ACCESS) != 0 || root.DeleteKey(L"n7util demo") != 0)
+    return registry_failed("deleting the key", root);
+  out << "  key deleted\n";
   return true;
 }
 
@@ -406,6 +486,9 @@ constexpr DemoStep kSteps[] = {
     {"login: an SRP-6a login against a freshly stored password blob", login_step},
     {"dates: a date read from text, a month added, its day of the week", date_step},
     {"thread pool: units of work handed to two pooled workers", pool_step},
+    {"registry: a volatile key, typed values and a change notification", registry_step},
+    {"event log: a source registered, an event reported, the registration read back",
+     eventlog_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -434,6 +517,9 @@ constexpr std::string_view kUsage =
     "             server side, with the right password (accepted) and a wrong one (refused)\n"
     "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
     "             names the day of the week\n"
+    "  event log  registers the source \"n7util demo\" in the registry, reports an event (to\n"
+    "             the system log, or to the file N7_EVENTLOG_FILE names) and reads the\n"
+    "             registration back (the registry store is in N7_REGISTRY_DIR when it is set)\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"
