@@ -396,6 +396,8 @@ bool pool_step(std::ostream& out) {
       << " thread(s) left after Shutdown\n";
   if (total != 46 || failures != 1 || pool.QueryNumThreads() != 0) {
     print_error("thread pool: expected the sum 46, one failure and no thread left");
+    return false;
+  }
   return true;
 }
 
