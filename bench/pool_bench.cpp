@@ -132,11 +132,12 @@ BENCHMARK(BM_CondVarQueueRoundTrip)->Arg(1)->Arg(2)->Arg(8)->UseRealTime();
 class PoolRatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
+    // With repetitions the median, reported after the single runs, is the figure kept.
     for (const Run& run : runs) {
       const auto items = run.counters.find("items_per_second");
-      if (run.run_type == Run::RT_Iteration && items != run.counters.end()) {
-        per_second_[run.benchmark_name()] = items->second.value;
-      }
+      const bool figure = run.run_type == Run::RT_Iteration || run.aggregate_name == "median";
+      if (figure && items != run.counters.end())
+        per_second_[run.run_name.str()] = items->second.value;
     }
     ConsoleReporter::ReportRuns(runs);
   }
