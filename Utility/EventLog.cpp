@@ -36,7 +36,15 @@ constexpr char kQueryLabel[] = "QueryEventMessageFile()";
 
 // The family's topic handle. Until the first call asks for the topic, it is the trace system's
 // own. Every call stores the same handle, so a relaxed atomic is all the sharing needs.
-std::atomic<n7trace::intTopicHdl*> g_topic{n7trace::get_system_topic_handle()};
+n7trace::intTopicHdl* SystemTopic() noexcept {
+  try {
+    return n7trace::get_system_topic_handle();
+  } catch (...) {
+    return nullptr;  // no trace manager: the family traces nothing until it has its topic
+  }
+}
+
+std::atomic<n7trace::intTopicHdl*> g_topic{SystemTopic()};
 
 n7trace::intTopicHdl* Topic() {
   n7trace::intTopicHdl* topic = n7trace::get_trace_mgr().topic_handle("EventLog", 0, -127);
@@ -215,7 +223,9 @@ void CEventLog::LogMessage(DWORD event_id, DWORD data_size, LPVOID raw_data, DWO
   LPCWSTR strings[kMaxVariableStrings] = {};
   va_list arguments;
   va_start(arguments, string_count);
-  for (DWORD i = 0; i < string_count; ++i) strings[i] = va_arg(arguments, LPCWSTR);
+  for (DWORD i = 0; i < string_count; ++i) {
+    strings[i] = va_arg(arguments, LPCWSTR);  // NOLINT(clang-analyzer-valist.Uninitialized)
+  }
   va_end(arguments);
   Log(event_id, 0, nullptr, data_size, raw_data, string_count, strings);
 }

@@ -72,6 +72,7 @@ int report(const std::vector<std::string_view>& args) {
   }
   if (texts.size() > 0xFFFF) throw UsageError("too many strings");
   std::vector<LPCWSTR> strings;
+  strings.reserve(texts.size());
   for (const std::wstring& text : texts) strings.push_back(text.c_str());
   std::vector<BYTE> data = parse_hex(parsed.value("data").value_or(""));
   std::optional<std::wstring> server;
