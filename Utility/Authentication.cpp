@@ -11,10 +11,12 @@
 #include <exception>
 #include <sstream>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "Utility/Authentication_internal.h"
 #include "core/base64.h"
+#include "core/safe_cast.h"
 #include "core/serialize.h"
 #include "core/text.h"
 #include "n7crypto/digest.h"
@@ -22,6 +24,7 @@
 #include "n7crypto/key.h"
 #include "n7crypto/pbkdf2.h"
 #include "n7crypto/random_provider.h"
+#include "n7crypto/srp.h"
 #include "n7xml/reader.h"
 
 namespace N7A {
@@ -39,15 +42,16 @@ constexpr char kKeypadDigits[] = "22233344455566677778889999";
 constexpr std::wstring_view kPbkdf2FormCharacters = L"AQgw";
 
 // Overwrites a string that held a password, or a form of one, when it goes out of scope.
+template <typename Text>
 class WipeOnExit {
  public:
-  explicit WipeOnExit(std::wstring& text) : text_(text) {}
+  explicit WipeOnExit(Text& text) : text_(text) {}
   WipeOnExit(const WipeOnExit&) = delete;
   WipeOnExit& operator=(const WipeOnExit&) = delete;
-  ~WipeOnExit() { OPENSSL_cleanse(text_.data(), text_.size() * sizeof(wchar_t)); }
+  ~WipeOnExit() { OPENSSL_cleanse(text_.data(), text_.size() * sizeof(typename Text::value_type)); }
 
  private:
-  std::wstring& text_;
+  Text& text_;
 };
 
 // Wide text as UTF-16 code units, low byte first, in a buffer that is wiped when released: the
@@ -346,6 +350,25 @@ unsigned int parse_iterations(std::string_view text) {
   return error == std::errc() && end == text.data() + text.size() ? value : 0;
 }
 
+// x of a "legacy" blob: SHA-256(salt, SHA-256(userId ":" legacyPassword)), the user ID as given.
+n7crypto::Key legacy_password_key(const std::vector<unsigned char>& salt, const std::string& userId,
+                                  const std::string& legacyPassword) {
+  n7crypto::Key inner(n7crypto::Sha256::kDigestSize);
+  n7crypto::Key hash(n7crypto::Sha256::kDigestSize);
+  {
+    n7crypto::Sha256 sha;
+    sha.update(userId.data(), userId.size());
+    sha.update(":", 1);
+    sha.update(legacyPassword.data(), legacyPassword.size());
+    sha.final(inner.data());
+  }
+  n7crypto::Sha256 sha;
+  sha.update(salt.data(), salt.size());
+  sha.update(inner.data(), inner.size());
+  sha.final(hash.data());
+  return hash;
+}
+
 [[noreturn]] void raise_blob_error(const char* message, const char* function, int line) {
   n7core::throw_error(n7crypto::errors::srp_invalid_arg_blob, message,
                       n7core::SourceLocation(function, kFileLabel, line));
@@ -420,7 +443,7 @@ void crack_public_password_props(const std::string& props, std::vector<unsigned 
 }
 
 std::string make_public_password_props(const unsigned char* salt, std::size_t saltLength,
-                                       int algorithm, unsigned int iterations) {
+                                       int algorithm, int iterations) {
   std::ostringstream out;
   out << '<' << EXTENDED_PASSWORD_FIELDS_ROOT << ">\r\n";
   out << "  <salt>" << n7core::base64_encode(salt, salt != nullptr ? saltLength : 0)
@@ -482,19 +505,7 @@ void MakeLegacyExtendedPasswordBlob(const std::vector<unsigned char>& salt,
       {EXTENDED_PASSWORD_FIELD_ALGORITHM, std::string(EXTENDED_PASSWORD_ALGORITHM_LEGACY)},
   };
   if (!userId.empty()) {
-    n7crypto::Key inner(n7crypto::Sha256::kDigestSize);
-    n7crypto::Key hash(n7crypto::Sha256::kDigestSize);
-    {
-      n7crypto::Sha256 sha;
-      sha.update(userId.data(), userId.size());
-      sha.update(":", 1);
-      sha.update(legacyPassword.data(), legacyPassword.size());
-      sha.final(inner.data());
-    }
-    n7crypto::Sha256 sha;
-    sha.update(salt.data(), salt.size());
-    sha.update(inner.data(), inner.size());
-    sha.final(hash.data());
+    const n7crypto::Key hash = legacy_password_key(salt, userId, legacyPassword);
     fields.push_back(
         {EXTENDED_PASSWORD_FIELD_PASSWD_HASH, n7core::base64_encode(hash.data(), hash.size())});
   }
@@ -503,6 +514,156 @@ void MakeLegacyExtendedPasswordBlob(const std::vector<unsigned char>& salt,
 
 std::string MakeLegacyPublicPasswordProperties(const unsigned char* salt, unsigned int saltLength) {
   return impl::make_public_password_props(salt, saltLength, impl::kAlgorithmLegacy, 0);
+}
+
+}  // namespace N7A
+
+// ---- The SRP-6a login ----
+
+namespace N7A {
+namespace {
+
+constexpr char kCreateM1[] = "N7Authentication::SRPClientCreateM1()";
+constexpr char kValidateM2[] = "N7Authentication::SRPClientValidateM2()";
+constexpr char kRound1[] = "N7Authentication::MakeExtendedChallengeRound1()";
+
+const n7crypto::SrpContext& srp() { return n7crypto::get_default_srp_context(); }
+
+n7crypto::IRandomProvider& random_source() { return *n7crypto::get_default_random_provider(); }
+
+// The bytes of a vector as the SRP context takes them: an empty vector as a null pointer, which
+// the context counts as no bytes.
+const unsigned char* data_of(const std::vector<unsigned char>& bytes) {
+  return bytes.empty() ? nullptr : bytes.data();
+}
+
+const unsigned char* data_of(const std::string& text) {
+  return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+void copy_to(const n7crypto::Key& from, std::vector<unsigned char>& to) {
+  to.assign(from.data(), from.data() + from.size());
+}
+
+// A byte vector that held a secret, wiped when it goes out of scope.
+struct WipedBytes {
+  WipedBytes() = default;
+  WipedBytes(const WipedBytes&) = delete;
+  WipedBytes& operator=(const WipedBytes&) = delete;
+  ~WipedBytes() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
+
+  std::vector<unsigned char> bytes;
+};
+
+void require_known_algorithm(int algorithm, const char* function, int line) {
+  if (algorithm != impl::kAlgorithmPbkdf2Sha256 && algorithm != impl::kAlgorithmLegacy) {
+    n7core::throw_error(n7crypto::errors::srp_invalid_arg_hash_algorithm, "Unknown hash algorithm",
+                        n7core::SourceLocation(function, kFileLabel, line));
+  }
+}
+
+// x of a "legacy" blob from the password itself: the blob holds the hash of the stored
+// MakePassword value, so the client makes that value first.
+n7crypto::Key legacy_password_key_of(const std::vector<unsigned char>& salt,
+                                     const std::string& userId, const std::string& password) {
+  std::wstring widePassword = n7core::to_wstring(password);
+  const WipeOnExit wipePassword(widePassword);
+  std::wstring stored = MakePassword(n7core::to_wstring(userId), widePassword);
+  const WipeOnExit wipeStored(stored);
+  std::string narrowStored = n7core::to_string(stored);
+  const WipeOnExit wipeNarrow(narrowStored);
+  return legacy_password_key(salt, userId, narrowStored);
+}
+
+// The password key x the server's verifier was made from, derived as the properties say.
+n7crypto::Key password_key(const std::string& userId, const std::string& password,
+                           const std::vector<unsigned char>& salt, int algorithm,
+                           unsigned int iterations) {
+  require_known_algorithm(algorithm, kCreateM1, __LINE__);
+  if (algorithm == impl::kAlgorithmLegacy) return legacy_password_key_of(salt, userId, password);
+  return n7crypto::pbkdf2_sha1(data_of(password), password.size(), data_of(salt), salt.size(),
+                               n7core::safe_cast<int>(iterations),
+                               static_cast<int>(srp().digest_size()));
+}
+
+}  // namespace
+
+void SRPClientCreateA(n7crypto::Key& a, std::vector<unsigned char>& A) {
+  const n7crypto::Key challenge = srp().client_create_challenge(a, random_source(), 0);
+  copy_to(challenge, A);
+}
+
+void SRPClientCreateM1(const std::string& userId, const std::string& password,
+                       const std::string& props, const std::vector<unsigned char>& /*unusedSalt*/,
+                       const n7crypto::Key& a, const std::vector<unsigned char>& A,
+                       const std::vector<unsigned char>& B, n7crypto::Key& K,
+                       std::vector<unsigned char>& M1) {
+  std::vector<unsigned char> salt;
+  int algorithm = impl::kAlgorithmNone;
+  unsigned int iterations = 0;
+  impl::crack_public_password_props(props, &salt, &algorithm, &iterations);
+  const n7crypto::Key x = password_key(userId, password, salt, algorithm, iterations);
+  n7crypto::Key m1;
+  n7crypto::Key clientK =
+      srp().client_create_key(data_of(userId), userId.size(), x.data(), x.size(), data_of(salt),
+                              salt.size(), data_of(A), A.size(), data_of(B), B.size(), a, m1);
+  std::swap(K, clientK);  // the old K is wiped with clientK
+  copy_to(m1, M1);
+}
+
+bool SRPClientValidateM2(const std::string& props, const std::vector<unsigned char>& A,
+                         const std::vector<unsigned char>& M1, const n7crypto::Key& K,
+                         const std::vector<unsigned char>& M2) {
+  int algorithm = impl::kAlgorithmNone;
+  unsigned int iterations = 0;
+  impl::crack_public_password_props(props, nullptr, &algorithm, &iterations);
+  require_known_algorithm(algorithm, kValidateM2, __LINE__);
+  return srp().client_verify(data_of(A), A.size(), data_of(M1), M1.size(), K, data_of(M2),
+                             M2.size());
+}
+
+void MakeExtendedChallengeRound1(const std::string& /*userId*/, const std::string& blob,
+                                 const std::vector<unsigned char>& A,
+                                 std::vector<unsigned char>& salt, std::vector<unsigned char>& B,
+                                 n7crypto::Key& K, std::string& props) {
+  salt.clear();
+  B.clear();
+  K = n7crypto::Key();
+  props.clear();
+  WipedBytes hash;
+  int algorithm = impl::kAlgorithmNone;
+  int iterations = 0;
+  impl::crack_extended_password_blob(blob, &salt, &hash.bytes, &algorithm, &iterations, nullptr);
+  require_known_algorithm(algorithm, kRound1, __LINE__);
+  props = impl::make_public_password_props(salt.data(), salt.size(), algorithm, iterations);
+  // The verifier is made afresh from x at every login: the blob stores x, not v.
+  const n7crypto::Key v = srp().create_password_verifier(data_of(hash.bytes), hash.bytes.size());
+  n7crypto::Key serverB;
+  n7crypto::Key serverK = srp().server_create_key(v.data(), v.size(), data_of(A), A.size(), serverB,
+                                                  random_source(), 0);
+  std::swap(K, serverK);
+  copy_to(serverB, B);
+}
+
+bool MakeExtendedChallengeRound2(const std::string& userId, const std::string& blob,
+                                 const std::vector<unsigned char>& A,
+                                 const std::vector<unsigned char>& M1,
+                                 const std::vector<unsigned char>& B, const n7crypto::Key& K,
+                                 std::vector<unsigned char>& M2) {
+  M2.clear();
+  // The algorithm is read with the salt but not checked: the proofs do not depend on it.
+  std::vector<unsigned char> salt;
+  int algorithm = impl::kAlgorithmNone;
+  int iterations = 0;
+  impl::crack_extended_password_blob(blob, &salt, nullptr, &algorithm, &iterations, nullptr);
+  n7crypto::Key m2;
+  if (!srp().server_authenticate(data_of(userId), userId.size(), data_of(salt), salt.size(),
+                                 data_of(A), A.size(), data_of(B), B.size(), data_of(M1), M1.size(),
+                                 K, m2)) {
+    return false;
+  }
+  copy_to(m2, M2);
+  return true;
 }
 
 }  // namespace N7A

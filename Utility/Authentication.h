@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "n7crypto/key.h"
 #include "platform/CString.h"
 #include "platform/export.h"
 
@@ -88,5 +89,66 @@ N7_EXPORT void MakeLegacyExtendedPasswordBlob(const std::vector<unsigned char>& 
 // CR LF. A null salt counts as empty.
 N7_EXPORT std::string MakeLegacyPublicPasswordProperties(const unsigned char* salt,
                                                          unsigned int saltLength);
+
+// ---- The SRP-6a login ----
+//
+// Both sides of a login on the process-wide SRP context (SHA-256 over the 1024-bit group of
+// RFC 5054: A and B are 128 bytes, K, M1 and M2 are 32 bytes) and the default random provider.
+// The server holds the user's extended password blob; the client holds the password and learns
+// the salt, the algorithm and the iteration count from the public password properties:
+//
+//   client                                          server
+//   SRPClientCreateA(a, A)               -- A -->   MakeExtendedChallengeRound1(.., A, .., props)
+//   SRPClientCreateM1(.., props, B, K, M1) <-- B, props --
+//                                        -- M1 -->  MakeExtendedChallengeRound2(.., M1, B, K, M2)
+//   SRPClientValidateM2(.., M2)          <-- M2 --
+//
+// After the last step both hold the same session key K. Secrets (a, K and the password key x)
+// live only in n7crypto::Key buffers or are wiped. Failures are n7core::ErrorException with the
+// codes "error.n7crypto.srp.invalidArg.blob" (empty or malformed blob or properties),
+// "error.n7crypto.srp.invalidArg.hashAlgorithm" ("Unknown hash algorithm"),
+// "error.n7crypto.srp.invalidArg.size" ("Unexpected argument data width": A or B not 128 bytes,
+// a salt under 16 bytes, an a under 32 bytes, M1, K or M2 not 32 bytes, an empty user ID) and
+// "error.n7crypto.srp.protocolViolation" (a peer's A or B that is 0 modulo N). All may run on any
+// number of threads at once. An empty vector argument counts as no bytes at all.
+
+// Client, step 1: draws the 32-byte secret `a` and puts A = g^a mod N (128 bytes) into `A`.
+N7_EXPORT void SRPClientCreateA(n7crypto::Key& a, std::vector<unsigned char>& A);
+
+// Client, step 2: derives the password key x from `userId` and `password` (UTF-8) as the
+// properties `props` say, then puts the session key into `K` and the proof into `M1`. The salt
+// always comes from `props`; `unusedSalt` is not read. Neither `K` nor `M1` is written when it
+// throws. An iteration count above 2147483647 is refused with
+// "error.n7core.safeCast.valueTruncated" rather than wrapped.
+N7_EXPORT void SRPClientCreateM1(const std::string& userId, const std::string& password,
+                                 const std::string& props,
+                                 const std::vector<unsigned char>& unusedSalt,
+                                 const n7crypto::Key& a, const std::vector<unsigned char>& A,
+                                 const std::vector<unsigned char>& B, n7crypto::Key& K,
+                                 std::vector<unsigned char>& M1);
+
+// Client, step 3: whether the server's proof `M2` matches A, M1 and K. The properties must name
+// a known algorithm even though the check does not depend on it.
+N7_EXPORT bool SRPClientValidateM2(const std::string& props, const std::vector<unsigned char>& A,
+                                   const std::vector<unsigned char>& M1, const n7crypto::Key& K,
+                                   const std::vector<unsigned char>& M2);
+
+// Server, round 1: from the user's `blob` and the client's `A`, draws the secret b and gives the
+// salt, B, the session key K and the public password properties to send with B. `userId` is not
+// read. The outputs are cleared first; when it throws, `K` and `B` stay cleared while `salt` and
+// `props` keep what was read before the failure.
+N7_EXPORT void MakeExtendedChallengeRound1(const std::string& userId, const std::string& blob,
+                                           const std::vector<unsigned char>& A,
+                                           std::vector<unsigned char>& salt,
+                                           std::vector<unsigned char>& B, n7crypto::Key& K,
+                                           std::string& props);
+
+// Server, round 2: whether the client's `M1` proves it holds `K`; only then is the server's proof
+// put into `M2`, which is emptied first. Note the order: M1 (32 bytes) before B (128 bytes).
+N7_EXPORT bool MakeExtendedChallengeRound2(const std::string& userId, const std::string& blob,
+                                           const std::vector<unsigned char>& A,
+                                           const std::vector<unsigned char>& M1,
+                                           const std::vector<unsigned char>& B,
+                                           const n7crypto::Key& K, std::vector<unsigned char>& M2);
 
 }  // namespace N7A

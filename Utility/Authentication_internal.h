@@ -47,7 +47,7 @@ void crack_public_password_props(const std::string& props, std::vector<unsigned 
 
 // The public password properties text: salt and algorithm, and for PBKDF2 the iteration count.
 std::string make_public_password_props(const unsigned char* salt, std::size_t saltLength,
-                                       int algorithm, unsigned int iterations);
+                                       int algorithm, int iterations);
 
 // The bytes of base64 `text`, stopping at the first "=" (only "=" may follow), with the errors
 // of n7core's base64 tables: a character outside the alphabet, or bits left over after the last

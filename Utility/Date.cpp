@@ -100,14 +100,39 @@ void WriteField(std::wstring& text, int pos, std::size_t width, const std::wstri
   text.replace(static_cast<std::size_t>(pos), width, digits);
 }
 
+// Whether towupper() may change `c`. In every locale it leaves ASCII other than a to z as it is.
+bool MayChangeCase(wchar_t c) {
+  return (c >= L'a' && c <= L'z') || static_cast<std::uint32_t>(c) > 0x7F;
+}
+
+// Formats are parsed on every construction and are mostly upper case already: those are left
+// alone rather than passed through towupper() character by character.
+void MakeUpper(CString& format) {
+  const std::wstring& text = format.str();
+  if (std::any_of(text.begin(), text.end(), MayChangeCase)) format.MakeUpper();
+}
+
+// The first "DD", "MM" and "YY" in one pass over the format.
+FormatFields FindFields(std::wstring_view format) {
+  FormatFields fields{-1, -1, -1, false};
+  for (std::size_t i = 0; i + 1 < format.size(); ++i) {
+    if (format[i] != format[i + 1]) continue;
+    int* field = format[i] == L'D'   ? &fields.day
+                 : format[i] == L'M' ? &fields.month
+                 : format[i] == L'Y' ? &fields.year
+                                     : nullptr;
+    if (field != nullptr && *field < 0) *field = static_cast<int>(i);
+  }
+  fields.year4 =
+      fields.year >= 0 && format.substr(static_cast<std::size_t>(fields.year), 4) == L"YYYY";
+  return fields;
+}
+
 // Replaces an empty format by the default, upper-cases it and finds its fields.
 FormatFields ParseFormat(CString& format) {
   if (format.IsEmpty()) format = kDefaultFormat;
-  format.MakeUpper();
-  const int year = format.Find(L"YY");
-  const bool year4 =
-      year >= 0 && format.str().compare(static_cast<std::size_t>(year), 4, L"YYYY") == 0;
-  return {format.Find(L"DD"), format.Find(L"MM"), year, year4};
+  MakeUpper(format);
+  return FindFields(format.str());
 }
 
 int ChooseOrder(int day, int month, int year) {

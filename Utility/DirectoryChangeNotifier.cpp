@@ -18,11 +18,15 @@ unsigned long CDirectoryChangeNotifier::WaitForEvent(unsigned long /*millisecond
 
 void CDirectoryChangeNotifier::ProcessChangeNotification() {}
 
+IMPLEMENT_DYNAMIC(CFileSystemChangeNotifier, CSyncObject)
+
 CFileSystemChangeNotifier::CFileSystemChangeNotifier() : CSyncObject(L"") {}
 
 // The change notification is closed here, with its own close, so that CSyncObject's destructor
 // finds no handle left to close.
-CFileSystemChangeNotifier::~CFileSystemChangeNotifier() { FindCloseChangeNotification(); }
+CFileSystemChangeNotifier::~CFileSystemChangeNotifier() {
+  CFileSystemChangeNotifier::FindCloseChangeNotification();
+}
 
 CFileSystemChangeNotifier* CFileSystemChangeNotifier::Create(const wchar_t* directory) {
   CHANGE_SPEC spec{CHANGE_SPEC::kFileSystemDirectory, directory, 1};

@@ -46,6 +46,8 @@ class N7_EXPORT CDirectoryChangeNotifier {
 };
 
 class N7_EXPORT CFileSystemChangeNotifier : public CSyncObject, public CDirectoryChangeNotifier {
+  DECLARE_DYNAMIC(CFileSystemChangeNotifier)
+
  public:
   CFileSystemChangeNotifier();
   ~CFileSystemChangeNotifier() override;

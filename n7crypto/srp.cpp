@@ -150,6 +150,18 @@ Bn to_bn(Bytes data, const char* function) {
   return number;
 }
 
+// The Montgomery form of an odd `n`; null for an even one.
+BN_MONT_CTX* montgomery_form(const BIGNUM* n, const char* function) {
+  if (!BN_is_odd(n)) return nullptr;
+  std::unique_ptr<BN_CTX, decltype(&BN_CTX_free)> context(BN_CTX_new(), &BN_CTX_free);
+  std::unique_ptr<BN_MONT_CTX, decltype(&BN_MONT_CTX_free)> mont(BN_MONT_CTX_new(),
+                                                                 &BN_MONT_CTX_free);
+  if (!context || !mont || BN_MONT_CTX_set(mont.get(), n, context.get()) == 0) {
+    raise_out_of_memory(function, __LINE__);
+  }
+  return mont.release();
+}
+
 // The hash of the concatenated parts, written to `out` (the digest's size).
 void hash_into(const EVP_MD* md, std::initializer_list<Bytes> parts, unsigned char* out) {
   impl::ScopedDigester digester(md);
@@ -169,6 +181,7 @@ class SrpContextImpl {
   SrpContextImpl(const SrpContextImpl&) = delete;
   SrpContextImpl& operator=(const SrpContextImpl&) = delete;
   ~SrpContextImpl() {
+    BN_MONT_CTX_free(mont_);
     BN_clear_free(n_);
     BN_clear_free(g_);
   }
@@ -187,6 +200,10 @@ class SrpContextImpl {
   const EVP_MD* md() const noexcept { return md_; }
   const BIGNUM* n() const noexcept { return n_; }
   const BIGNUM* g() const noexcept { return g_; }
+  // The Montgomery form of N, set up once rather than by every exponentiation; null when N is
+  // even, which the exponentiations then refuse. Only read after construction, so operations on
+  // any number of threads share it.
+  BN_MONT_CTX* mont() const noexcept { return mont_; }
   Bytes hn_xor_hg() const noexcept { return Bytes(hn_xor_hg_.data(), digest_size_); }
 
  private:
@@ -195,6 +212,7 @@ class SrpContextImpl {
   const EVP_MD* md_ = nullptr;
   BIGNUM* n_ = nullptr;
   BIGNUM* g_ = nullptr;
+  BN_MONT_CTX* mont_ = nullptr;
   std::array<unsigned char, EVP_MAX_MD_SIZE> hn_xor_hg_{};
 };
 
@@ -223,6 +241,7 @@ SrpContextImpl::SrpContextImpl(SrpHashAlgorithm hash, const SrpGroupParams& grou
   hash_into(md_, {modulus}, hn_xor_hg_.data());
   hash_into(md_, {generator}, hg.data());
   for (std::size_t i = 0; i < digest_size_; ++i) hn_xor_hg_[i] ^= hg[i];
+  mont_ = montgomery_form(n.get(), kFunction);
   n_ = n.release();
   g_ = g.release();
 }
@@ -267,7 +286,11 @@ class Computation {
   // base^exponent mod N for a public exponent.
   Bn mod_exp(const BIGNUM* base, const BIGNUM* exponent) const {
     Bn result = fresh();
-    if (BN_mod_exp(result.get(), base, exponent, impl_.n(), context_.get()) == 0) fail_exp();
+    const int done =
+        impl_.mont() != nullptr
+            ? BN_mod_exp_mont(result.get(), base, exponent, impl_.n(), context_.get(), impl_.mont())
+            : BN_mod_exp(result.get(), base, exponent, impl_.n(), context_.get());
+    if (done == 0) fail_exp();
     return result;
   }
 
@@ -275,7 +298,7 @@ class Computation {
   Bn mod_exp_secret(const BIGNUM* base, const BIGNUM* exponent) const {
     Bn result = fresh();
     if (BN_mod_exp_mont_consttime(result.get(), base, exponent, impl_.n(), context_.get(),
-                                  nullptr) == 0) {
+                                  impl_.mont()) == 0) {
       fail_exp();
     }
     return result;

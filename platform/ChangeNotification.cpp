@@ -29,6 +29,7 @@
 #include "platform/KernelObjects_internal.h"
 #include "platform/NoDestructor.h"
 #include "platform/SyncObjects.h"
+#include "platform/WideText_internal.h"
 
 namespace n7platform::internal {
 namespace {
@@ -233,26 +234,6 @@ void Watcher::Run() {
     }
     Deliver(nullptr);
   }
-}
-
-// The path in the encoding of the file system (UTF-8); nothing for text that is not Unicode.
-std::optional<std::string> ToUtf8(const wchar_t* text) {
-  std::string out;
-  for (; *text != L'\0'; ++text) {
-    // wchar_t holds UTF-32 here; a negative value is no code point and fails the range test.
-    const auto c = static_cast<std::uint32_t>(
-        static_cast<std::int32_t>(*text));  // NOLINT(bugprone-signed-char-misuse)
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return std::nullopt;
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-      continue;
-    }
-    const int tail = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    constexpr std::uint32_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
-    out += static_cast<char>(kLead[tail] | (c >> (6 * tail)));
-    for (int i = tail - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
-  }
-  return out;
 }
 
 // The change notification behind `handle`, held so that it outlives a concurrent close.

@@ -84,6 +84,8 @@ class HandleTable {
     return slot != nullptr ? slot->object : nullptr;
   }
 
+  std::size_t LiveCount() const { return slots_.size() - free_.size(); }
+
   std::shared_ptr<KernelObject> Remove(HANDLE handle) {
     Slot* slot = SlotOf(handle);
     if (slot == nullptr) return nullptr;
@@ -144,6 +146,8 @@ std::shared_ptr<KernelObject> FindObject(HANDLE handle) {
   return object;
 }
 
+std::size_t LiveHandleCount() { return Handles().LiveCount(); }
+
 std::shared_ptr<KernelObject> RemoveHandle(HANDLE handle) {
   std::shared_ptr<KernelObject> object = Handles().Remove(handle);
   if (object == nullptr) SetLastError(ERROR_INVALID_HANDLE);
@@ -200,8 +204,10 @@ bool HasDuplicates(std::span<const std::shared_ptr<KernelObject>> objects) {
   return false;
 }
 
-DWORD Wait(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all,
-           DWORD milliseconds, KernelGuard& guard) REQUIRES(KernelLock()) {
+}  // namespace
+
+DWORD WaitForObjects(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all,
+                     DWORD milliseconds, KernelGuard& guard) {
   Waiter waiter;
   waiter.thread = GetCurrentThreadId();
   waiter.wait_all = wait_all;
@@ -222,8 +228,6 @@ DWORD Wait(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all
   for (const auto& object : objects) object->RemoveWaiter(&waiter);
   return waiter.result.value_or(WAIT_TIMEOUT);
 }
-
-}  // namespace
 
 void KernelObject::AddWaiter(Waiter* waiter) { waiters_.push_back(waiter); }
 
@@ -315,6 +319,33 @@ BOOL CloseHandle(HANDLE handle) {
   return object != nullptr ? TRUE : FALSE;
 }
 
+HANDLE GetCurrentProcess() {
+  // The value the system the interface comes from uses; it is no handle in the table.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle value, never dereferenced
+  return reinterpret_cast<HANDLE>(~std::uintptr_t{0});
+}
+
+BOOL DuplicateHandle(HANDLE source_process, HANDLE source, HANDLE target_process, HANDLE* target,
+                     DWORD /*desired_access*/, BOOL /*inherit*/, DWORD options) {
+  if (source_process != GetCurrentProcess() || target_process != GetCurrentProcess()) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  if (target == nullptr) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return FALSE;
+  }
+  std::shared_ptr<KernelObject> closed;  // destroyed after the lock is released
+  KernelGuard guard;
+  std::shared_ptr<KernelObject> object = n7platform::internal::FindObject(source);
+  if (object == nullptr) return FALSE;
+  HANDLE duplicate = n7platform::internal::InsertHandle(object);
+  if (duplicate == nullptr) return FALSE;
+  if ((options & DUPLICATE_CLOSE_SOURCE) != 0) closed = n7platform::internal::RemoveHandle(source);
+  *target = duplicate;
+  return TRUE;
+}
+
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
   return WaitForMultipleObjects(1, &handle, FALSE, milliseconds);
 }
@@ -338,5 +369,5 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
     SetLastError(ERROR_INVALID_PARAMETER);
     return WAIT_FAILED;
   }
-  return n7platform::internal::Wait(waited, wait_all != FALSE, milliseconds, guard);
+  return n7platform::internal::WaitForObjects(waited, wait_all != FALSE, milliseconds, guard);
 }

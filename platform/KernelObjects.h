@@ -56,6 +56,17 @@ N7_EXPORT BOOL FindCloseChangeNotification(HANDLE change);
 
 N7_EXPORT BOOL CloseHandle(HANDLE handle);
 
+// The pseudo handle of the calling process, the only process DuplicateHandle knows.
+N7_EXPORT HANDLE GetCurrentProcess();
+// Opens a second handle to the object of `source`, valid until it is closed whatever becomes of
+// `source` (DUPLICATE_CLOSE_SOURCE closes `source`). Both processes must be GetCurrentProcess();
+// access and inheritance are accepted and ignored.
+N7_EXPORT BOOL DuplicateHandle(HANDLE source_process, HANDLE source, HANDLE target_process,
+                               HANDLE* target, DWORD desired_access, BOOL inherit, DWORD options);
+
+inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 0x00000001u;
+inline constexpr DWORD DUPLICATE_SAME_ACCESS = 0x00000002u;
+
 // WAIT_OBJECT_0 when signalled (an auto-reset event is reset by the wait that takes it),
 // WAIT_TIMEOUT, or WAIT_FAILED with the last error set.
 N7_EXPORT DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);

@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <vector>
 
 #include "platform/Clock.h"
@@ -124,6 +125,15 @@ T* FindObjectOf(HANDLE handle) REQUIRES(KernelLock()) {
 // Removes `handle` from the table and returns its object (destroy it after releasing the lock);
 // null with ERROR_INVALID_HANDLE when the handle is not valid.
 std::shared_ptr<KernelObject> RemoveHandle(HANDLE handle) REQUIRES(KernelLock());
+
+// How many handles are open in the process: a test's check that nothing leaks.
+std::size_t LiveHandleCount() REQUIRES(KernelLock());
+
+// Waits, as WaitForMultipleObjects does, for kernel objects that need no handle (a thread's
+// message queue, ...). Returns with the kernel lock still held, so the caller can take from an
+// object what the wait found there before anyone else can.
+DWORD WaitForObjects(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all,
+                     DWORD milliseconds, KernelGuard& guard) REQUIRES(KernelLock());
 
 // Uninstalls `clock` if it is the installed clock (a clock being destroyed calls this).
 void ForgetClock(Clock* clock);

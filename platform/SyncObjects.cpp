@@ -3,6 +3,8 @@
 #include "platform/Exceptions.h"
 #include "platform/KernelObjects.h"
 
+IMPLEMENT_DYNAMIC(CSyncObject, CObject)
+
 CSyncObject::CSyncObject(LPCWSTR /*name*/) {}
 
 CSyncObject::~CSyncObject() {

@@ -7,16 +7,19 @@
 
 #include <mutex>
 
+#include "platform/Object.h"
 #include "platform/export.h"
 #include "platform/thread_annotations.h"
 #include "platform/windows_types.h"
 
 // Base of the framework's synchronisation objects. m_hObject is the kernel object, or null for a
 // critical section, which lives in user space.
-class N7_EXPORT CSyncObject {
+class N7_EXPORT CSyncObject : public CObject {
+  DECLARE_DYNAMIC(CSyncObject)
+
  public:
   explicit CSyncObject(LPCWSTR name);
-  virtual ~CSyncObject();
+  ~CSyncObject() override;
   CSyncObject(const CSyncObject&) = delete;
   CSyncObject& operator=(const CSyncObject&) = delete;
 

@@ -8,6 +8,8 @@
 
 #include "platform/KernelObjects.h"
 #include "platform/KernelObjects_internal.h"
+#include "platform/NoDestructor.h"
+#include "platform/Thread_internal.h"
 
 namespace n7platform::internal {
 namespace {
@@ -31,11 +33,29 @@ class ThreadObject final : public KernelObject {
   int priority GUARDED_BY(KernelLock()) = THREAD_PRIORITY_NORMAL;
   DWORD id GUARDED_BY(KernelLock()) = 0;
   bool started GUARDED_BY(KernelLock()) = false;
+  bool running GUARDED_BY(KernelLock()) = false;  // past its suspensions
   bool ended GUARDED_BY(KernelLock()) = false;
   UINT exit_code GUARDED_BY(KernelLock()) = STILL_ACTIVE;
   // Signalled when `started` is set and when `suspend_count` drops to 0.
   std::condition_variable changed;
 };
+
+// Threads begun and not finished, and how AwaitLiveThreadCount learns that the count dropped.
+std::size_t live_threads GUARDED_BY(KernelLock()) = 0;
+
+std::condition_variable& LiveThreadsChanged() {
+  static NoDestructor<std::condition_variable> changed;
+  return *changed;
+}
+
+thread_local CWinThread* t_current_thread = nullptr;
+
+// A worker runs its procedure; a message-loop thread its instance and its loop.
+UINT RunThread(CWinThread& thread, AFX_THREADPROC proc, LPVOID param) {
+  if (proc != nullptr) return proc(param);
+  const int code = thread.InitInstance() ? thread.Run() : thread.ExitInstance();
+  return static_cast<UINT>(code);
+}
 
 void* ThreadMain(void* argument) {
   const std::shared_ptr<ThreadObject> self = [argument] {
@@ -44,19 +64,24 @@ void* ThreadMain(void* argument) {
     return std::move(*start);
   }();
 
+  CWinThread* thread = nullptr;
   AFX_THREADPROC proc = nullptr;
   LPVOID param = nullptr;
   {
     KernelGuard guard;
-    proc = self->owner->m_pfnThreadProc;
-    param = self->owner->m_pThreadParams;
+    thread = self->owner;
+    proc = thread->m_pfnThreadProc;
+    param = thread->m_pThreadParams;
     self->id = GetCurrentThreadId();
+    CreateMessageQueue();
     self->started = true;
     self->changed.notify_all();
     while (self->suspend_count > 0) self->changed.wait(guard.lock());
+    self->running = true;
   }
+  t_current_thread = thread;
 
-  const UINT exit_code = proc(param);
+  const UINT exit_code = RunThread(*thread, proc, param);
 
   // Once the object is signalled, a CWinThread that does not delete itself may be deleted by
   // whoever waited for it, so decide about it before.
@@ -64,12 +89,17 @@ void* ThreadMain(void* argument) {
   {
     KernelGuard guard;
     if (self->owner != nullptr && self->owner->m_bAutoDelete) to_delete = self->owner;
+    DestroyMessageQueue();
     // Mutexes are abandoned before the thread counts as ended, so that whoever waited for the
     // thread finds them abandoned already.
     AbandonMutexesOf(self->id);
     self->End(exit_code);
   }
   delete to_delete;
+  t_current_thread = nullptr;
+  KernelGuard guard;
+  --live_threads;
+  LiveThreadsChanged().notify_all();
   return nullptr;
 }
 
@@ -108,6 +138,17 @@ bool IsPriorityLevel(int priority) {
 }
 
 }  // namespace
+
+std::size_t LiveThreadCount() { return live_threads; }
+
+bool AwaitLiveThreadCount(std::size_t count, std::chrono::milliseconds limit) {
+  KernelGuard guard;
+  return LiveThreadsChanged().wait_for(guard.lock(), limit, [count] {
+    KernelLock().AssertHeld();
+    return live_threads <= count;
+  });
+}
+
 }  // namespace n7platform::internal
 
 using n7platform::internal::KernelGuard;
@@ -132,8 +173,8 @@ CWinThread::~CWinThread() {
 }
 
 BOOL CWinThread::CreateThread(DWORD flags, UINT stack_size, LPSECURITY_ATTRIBUTES /*security*/) {
-  // A thread without a procedure has nothing to run; a second thread per object is not allowed.
-  if (m_pfnThreadProc == nullptr || state_ != nullptr) {
+  // A second thread per object is not allowed.
+  if (state_ != nullptr) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
   }
@@ -150,6 +191,7 @@ BOOL CWinThread::CreateThread(DWORD flags, UINT stack_size, LPSECURITY_ATTRIBUTE
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return FALSE;
   }
+  ++n7platform::internal::live_threads;
   object->changed.wait(guard.lock(), [&] {
     n7platform::internal::KernelLock().AssertHeld();
     return object->started;
@@ -171,6 +213,24 @@ DWORD CWinThread::ResumeThread() {
   const DWORD previous = object.suspend_count;
   if (previous > 0 && --object.suspend_count == 0) object.changed.notify_all();
   return previous;
+}
+
+DWORD CWinThread::SuspendThread() {
+  if (state_ == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return static_cast<DWORD>(-1);
+  }
+  KernelGuard guard;
+  ThreadObject& object = *state_->object;
+  if (object.running) {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return static_cast<DWORD>(-1);
+  }
+  if (object.suspend_count >= MAXIMUM_SUSPEND_COUNT) {
+    SetLastError(ERROR_SIGNAL_REFUSED);
+    return static_cast<DWORD>(-1);
+  }
+  return object.suspend_count++;
 }
 
 int CWinThread::GetThreadPriority() {
@@ -206,6 +266,46 @@ CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param, int priority, UINT
   if ((flags & CREATE_SUSPENDED) == 0) started->ResumeThread();
   return started;
 }
+
+BOOL CWinThread::PostThreadMessage(UINT message, WPARAM wparam, LPARAM lparam) {
+  return PostThreadMessageW(m_nThreadID, message, wparam, lparam);
+}
+
+BOOL CWinThread::InitInstance() { return FALSE; }
+
+int CWinThread::Run() {
+  bool idle = true;
+  LONG idle_count = 0;
+  for (;;) {
+    while (idle && !PeekMessageW(&m_msgCur, nullptr, 0, 0, PM_NOREMOVE)) {
+      if (!OnIdle(idle_count++)) idle = false;
+    }
+    do {
+      if (!PumpMessage()) return ExitInstance();
+      if (IsIdleMessage(&m_msgCur)) {
+        idle = true;
+        idle_count = 0;
+      }
+    } while (PeekMessageW(&m_msgCur, nullptr, 0, 0, PM_NOREMOVE));
+  }
+}
+
+BOOL CWinThread::PreTranslateMessage(MSG* /*msg*/) { return FALSE; }
+
+BOOL CWinThread::PumpMessage() {
+  if (!GetMessageW(&m_msgCur, nullptr, 0, 0)) return FALSE;
+  // With no windows to dispatch to, a message nobody handled is dropped.
+  PreTranslateMessage(&m_msgCur);
+  return TRUE;
+}
+
+BOOL CWinThread::OnIdle(LONG count) { return count < 0 ? TRUE : FALSE; }
+
+BOOL CWinThread::IsIdleMessage(MSG* /*msg*/) { return TRUE; }
+
+int CWinThread::ExitInstance() { return static_cast<int>(m_msgCur.wParam); }
+
+CWinThread* AfxGetThread() { return n7platform::internal::t_current_thread; }
 
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code) {
   KernelGuard guard;

@@ -10,6 +10,7 @@
 
 #include "platform/ClockFixture_internal.h"
 #include "platform/KernelObjects.h"
+#include "platform/LeakCheck_test.h"
 #include "platform/SyncObjects.h"
 
 namespace n7platform {
@@ -101,6 +102,41 @@ TEST(ThreadTest, SuspendedThreadRunsAfterResumeOnTheStackAskedFor) {
   EXPECT_GE(job.stack_size, kStackSize);
 }
 
+TEST(ThreadTest, SuspensionsAddUpUntilTheThreadRuns) {
+  Job job;
+  auto thread = BeginOwned(Inspect, job);
+  ASSERT_NE(thread, nullptr);
+  EXPECT_EQ(thread->SuspendThread(), 1u);
+  EXPECT_EQ(thread->ResumeThread(), 2u);
+  job.value = 9;  // a data race, unless one suspension still holds the thread
+  EXPECT_EQ(thread->ResumeThread(), 1u);
+  EXPECT_EQ(WaitForSingleObject(*thread, INFINITE), WAIT_OBJECT_0);
+  EXPECT_EQ(job.seen, 9);
+
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(thread->SuspendThread(), static_cast<DWORD>(-1));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+}
+
+TEST(ThreadTest, DuplicateKeepsTheHandleOfAnAutoDeletingThread) {
+  Job job;
+  const LeakCheck leaks;
+  CWinThread* thread = AfxBeginThread(WaitForGo, &job, THREAD_PRIORITY_NORMAL, 0, 0);
+  ASSERT_NE(thread, nullptr);
+  HANDLE duplicate = nullptr;
+  ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), *thread, GetCurrentProcess(), &duplicate, 0,
+                              FALSE, DUPLICATE_SAME_ACCESS));
+  SetEvent(job.go);  // from here on the thread may delete itself and close its handle
+  EXPECT_EQ(WaitForSingleObject(duplicate, INFINITE), WAIT_OBJECT_0);
+  DWORD code = 0;
+  EXPECT_TRUE(GetExitCodeThread(duplicate, &code));
+  EXPECT_EQ(code, 42u);
+  EXPECT_TRUE(CloseHandle(duplicate));
+  EXPECT_FALSE(DuplicateHandle(GetCurrentProcess(), duplicate, GetCurrentProcess(), &duplicate, 0,
+                               FALSE, DUPLICATE_SAME_ACCESS));
+  leaks.ExpectNoLeaks();
+}
+
 TEST(ThreadTest, ObjectWithoutAThreadRefusesThreadCalls) {
   CWinThread never(Inspect, nullptr);
   SetLastError(ERROR_SUCCESS);
@@ -137,6 +173,101 @@ TEST_F(AutoDeleteTest, ThreadDeletesItselfAndItsWaiterStillSeesTheEnd) {
   deleted.acquire();
   waiter.join();
   EXPECT_EQ(result, WAIT_OBJECT_0);
+}
+
+TEST(MessageQueueTest, FiltersPickMessagesAndQuitComesLast) {
+  MSG msg{};
+  EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE));  // creates the queue
+  const DWORD self = GetCurrentThreadId();
+  ASSERT_TRUE(PostThreadMessage(self, WM_USER + 1, 10, -1));
+  PostQuitMessage(5);
+  ASSERT_TRUE(PostThreadMessage(self, WM_USER + 2, 20, 0));
+
+  EXPECT_TRUE(PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE));
+  EXPECT_EQ(msg.message, WM_USER + 1);
+  EXPECT_TRUE(PeekMessage(&msg, nullptr, WM_USER + 2, WM_USER + 2, PM_REMOVE));
+  EXPECT_EQ(msg.message, WM_USER + 2);
+  EXPECT_EQ(msg.wParam, 20u);
+  // Nothing else in the range: the pending quit matches every filter.
+  EXPECT_TRUE(PeekMessage(&msg, nullptr, WM_USER + 2, WM_USER + 2, PM_NOREMOVE));
+  EXPECT_EQ(msg.message, WM_QUIT);
+  EXPECT_EQ(GetMessage(&msg, nullptr, 0, 0), TRUE);
+  EXPECT_EQ(msg.message, WM_USER + 1);
+  EXPECT_EQ(msg.lParam, -1);
+  EXPECT_EQ(GetMessage(&msg, nullptr, 0, 0), FALSE);
+  EXPECT_EQ(msg.message, WM_QUIT);
+  EXPECT_EQ(msg.wParam, 5u);
+  EXPECT_FALSE(PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE));
+
+  EXPECT_EQ(GetMessage(nullptr, nullptr, 0, 0), -1);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST(MessageQueueTest, FullQueueRefusesPosts) {
+  MSG msg{};
+  PeekMessage(&msg, nullptr, 0, 0, PM_NOREMOVE);
+  const DWORD self = GetCurrentThreadId();
+  int posted = 0;
+  while (PostThreadMessage(self, WM_USER, 0, 0)) ++posted;
+  EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_QUOTA);
+  EXPECT_EQ(posted, 10000);
+  while (PeekMessage(&msg, nullptr, 0, 0, PM_REMOVE)) --posted;
+  EXPECT_EQ(posted, 0);
+}
+
+// A message-loop thread that wants three idle passes each time its queue runs empty, and ends on
+// the second message it handles.
+class LoopThread : public CWinThread {
+ public:
+  BOOL InitInstance() override {
+    started_as_current = AfxGetThread() == this;
+    return TRUE;
+  }
+  BOOL OnIdle(LONG count) override {
+    idle_counts.push_back(count);
+    return count < 2 ? TRUE : CWinThread::OnIdle(count);
+  }
+  BOOL PreTranslateMessage(MSG* msg) override {
+    handled.push_back(msg->message);
+    if (handled.size() == 2) PostQuitMessage(static_cast<int>(msg->wParam));
+    return TRUE;
+  }
+
+  // Written by the thread; read by the test only while the thread waits for a message.
+  bool started_as_current = false;
+  std::vector<LONG> idle_counts;
+  std::vector<UINT> handled;
+};
+
+using MessageLoopTest = ManualClockTest;
+
+TEST_F(MessageLoopTest, RunsIdlePassesWhileTheQueueIsEmptyAndEndsAtQuit) {
+  const LeakCheck leaks;
+  {
+    LoopThread thread;
+    thread.m_bAutoDelete = FALSE;
+    ASSERT_TRUE(thread.CreateThread(CREATE_SUSPENDED));
+    // The queue exists from the start, and the thread waits for messages in the wait engine.
+    ASSERT_TRUE(thread.PostThreadMessage(WM_USER, 0, 0));
+    thread.ResumeThread();
+    clock_.AwaitSleepers(1);
+    EXPECT_TRUE(thread.started_as_current);
+    EXPECT_EQ(thread.handled, std::vector<UINT>{WM_USER});
+    // Idle processing ran to its end once the queue was empty, and not before the message.
+    EXPECT_EQ(thread.idle_counts, (std::vector<LONG>{0, 1, 2}));
+
+    ASSERT_TRUE(thread.PostThreadMessage(WM_USER + 1, 7, 0));
+    EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(thread.handled, (std::vector<UINT>{WM_USER, WM_USER + 1}));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, 7u);
+    // The queue went with the thread.
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_FALSE(thread.PostThreadMessage(WM_USER, 0, 0));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_THREAD_ID);
+  }
+  leaks.ExpectNoLeaks();
 }
 
 // Takes the section twice, as a re-entrant caller does; the analysis has no notion of that.

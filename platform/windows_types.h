@@ -21,6 +21,10 @@ using LPCWSTR = const wchar_t*;
 using LPSTR = char*;
 using LPCSTR = const char*;
 using LPDWORD = DWORD*;
+using DWORD64 = std::uint64_t;
+using ULONG_PTR = std::uintptr_t;
+using DWORD_PTR = ULONG_PTR;
+using LONG_PTR = std::intptr_t;
 
 // An opaque reference to an object of the platform layer (event, mutex, thread, ...).
 using HANDLE = void*;
@@ -46,6 +50,13 @@ inline constexpr DWORD ERROR_INVALID_HANDLE = 6;
 inline constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
 inline constexpr DWORD ERROR_OUTOFMEMORY = 14;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
+inline constexpr DWORD ERROR_WRITE_PROTECT = 19;
+inline constexpr DWORD ERROR_GEN_FAILURE = 31;
+inline constexpr DWORD ERROR_FILE_EXISTS = 80;
+inline constexpr DWORD ERROR_DISK_FULL = 112;
+inline constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+inline constexpr DWORD ERROR_INVALID_NAME = 123;
+inline constexpr DWORD RPC_S_SERVER_UNAVAILABLE = 1722;
 
 inline constexpr int THREAD_PRIORITY_NORMAL = 0;
 inline constexpr DWORD CREATE_SUSPENDED = 0x00000004u;

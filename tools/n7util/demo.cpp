@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Utility/Authentication.h"
+#include "Utility/Date.h"
 #include "Utility/Scheduler.h"
 #include "args.h"
 #include "command.h"
@@ -20,6 +21,7 @@
 #include "core/trace.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
+#include "srp_login.h"
 
 namespace n7util {
 namespace {
@@ -258,11 +260,71 @@ bool password_step(std::ostream& out) {
   return true;
 }
 
+// ---- SRP login ----
+
+const char* describe_outcome(SrpLogin::Outcome outcome) {
+  switch (outcome) {
+    case SrpLogin::Outcome::kAccepted:
+      return "accepted, both sides hold the same session key";
+    case SrpLogin::Outcome::kRefusedByServer:
+      return "refused by the server (M1 does not prove the password)";
+    case SrpLogin::Outcome::kRefusedByClient:
+      return "refused by the client (M2 does not verify)";
+  }
+  return "unknown outcome";
+}
+
+// One login of `user` typing `password` against `blob`; false when it did not end as `expected`.
+bool try_login(std::ostream& out, const std::string& user, const std::string& password,
+               const std::string& blob, SrpLogin::Outcome expected) {
+  SrpLogin login(user, blob);
+  SrpLogin::Outcome outcome = login.run(password);
+  if (outcome == SrpLogin::Outcome::kAccepted && !login.same_key()) {
+    outcome = SrpLogin::Outcome::kRefusedByClient;
+  }
+  out << "  login as " << user << " with \"" << password << "\": " << describe_outcome(outcome)
+      << '\n';
+  if (outcome != expected) {
+    print_error("login: expected \"" + std::string(describe_outcome(expected)) + "\"");
+    return false;
+  }
+  return true;
+}
+
+bool login_step(std::ostream& out) {
+  const std::string user = "Operator", password = "Night-Shift 7";
+  const std::string blob = N7A::MdgM2(user, password);
+  out << "  MdgM2 stores a new password blob for Operator: a fresh salt, the SRP password key\n"
+         "  (PBKDF2, 1024 iterations) and the stored password value\n";
+  return try_login(out, user, password, blob, SrpLogin::Outcome::kAccepted) &&
+         try_login(out, user, "night-shift 7", blob, SrpLogin::Outcome::kRefusedByServer);
+}
+
+// ---- Dates ----
+
+bool date_step(std::ostream& out) {
+  CDate date(L"01/31/2016", L"MM/DD/YYYY", L"DD.MM.YYYY");
+  out << "  \"01/31/2016\" read by MM/DD/YYYY: " << n7core::to_string(date) << ", a "
+      << n7core::to_string(date.CDOW()) << ", day number " << date.Julian() << '\n';
+  date.AddMonths(1);
+  out << "  AddMonths(1) keeps the day within February of the leap year: "
+      << n7core::to_string(date) << ", a " << n7core::to_string(date.CDOW()) << '\n';
+  // 29 February 2016 was a Monday, day 2 of the week.
+  if (date.Month() != 2 || date.Day() != 29 || date.Year() != 2016 || date.NDOW() != 2) {
+    print_error("dates: 31 January 2016 plus one month gave " + n7core::to_string(date) +
+                " (day of week " + std::to_string(date.NDOW()) + ")");
+    return false;
+  }
+  return true;
+}
+
 // ---- The demo ----
 
 constexpr DemoStep kSteps[] = {
     {"scheduler: timed tasks on the process-wide dispatch thread", scheduler_step},
     {"passwords: a stored password value and its checks", password_step},
+    {"login: an SRP-6a login against a freshly stored password blob", login_step},
+    {"dates: a date read from text, a month added, its day of the week", date_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -287,6 +349,10 @@ constexpr std::string_view kUsage =
     "             were scheduled and checks they come in the expected order (about 5 s)\n"
     "  passwords  stores a user's password value and checks passwords against it: as typed,\n"
     "             with the user ID in another case, as keypad digits, and two that must fail\n"
+    "  login      stores a new password blob and runs an SRP-6a login against it, client and\n"
+    "             server side, with the right password (accepted) and a wrong one (refused)\n"
+    "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
+    "             names the day of the week\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"

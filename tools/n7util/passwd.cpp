@@ -1,9 +1,5 @@
-// n7util passwd: makes and checks stored password values, and shows a password's keypad form.
-#include <termios.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstring>
+// n7util passwd: makes and checks stored password values, shows a password's keypad form, and
+// makes extended password blobs and shows their public properties.
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -14,89 +10,19 @@
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
+#include "input.h"
+#include "n7crypto/key.h"
 
 namespace n7util {
 namespace {
-
-// Longest password line read, in bytes of UTF-8.
-constexpr std::size_t kMaxPasswordBytes = 1023;
-
-// Turns off the echo of a terminal on standard input for its lifetime; does nothing elsewhere.
-class EchoOff {
- public:
-  EchoOff() {
-    if (isatty(STDIN_FILENO) == 0 || tcgetattr(STDIN_FILENO, &saved_) != 0) return;
-    termios quiet = saved_;
-    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    active_ = tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet) == 0;
-  }
-  EchoOff(const EchoOff&) = delete;
-  EchoOff& operator=(const EchoOff&) = delete;
-  ~EchoOff() {
-    if (!active_) return;
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved_);
-    std::cerr << std::endl;  // the user's Enter was not echoed
-  }
-
- private:
-  termios saved_{};
-  bool active_ = false;
-};
-
-// The bytes of a password line, wiped when they go out of scope.
-struct WipedLine {
-  char bytes[kMaxPasswordBytes + 2];  // the line end and the terminator
-  WipedLine() = default;
-  WipedLine(const WipedLine&) = delete;
-  WipedLine& operator=(const WipedLine&) = delete;
-  ~WipedLine() { explicit_bzero(bytes, sizeof bytes); }
-};
-
-// A password: the first line of standard input, without its line end. Wiped on destruction.
-class Password {
- public:
-  explicit Password(std::string_view user) {
-    if (isatty(STDIN_FILENO) != 0)
-      std::cerr << "n7util: password for " << user << ": " << std::flush;
-    WipedLine line;
-    const std::size_t length = read_line(line.bytes, sizeof line.bytes);
-    text_ = n7core::to_wstring(std::string_view(line.bytes, length));
-  }
-  Password(const Password&) = delete;
-  Password& operator=(const Password&) = delete;
-  ~Password() { explicit_bzero(text_.data(), text_.size() * sizeof(wchar_t)); }
-
-  const std::wstring& text() const { return text_; }
-
- private:
-  // Reads one line into `line`; returns its length without the line end.
-  static std::size_t read_line(char* line, std::size_t size) {
-    const EchoOff echo_off;
-    if (std::fgets(line, static_cast<int>(size), stdin) == nullptr) {
-      line[0] = '\0';
-      if (std::ferror(stdin) != 0) throw std::runtime_error("cannot read the password");
-    }
-    std::size_t length = std::strlen(line);
-    const bool whole_line = length > 0 && line[length - 1] == '\n';
-    if (!whole_line && std::feof(stdin) == 0) {
-      throw std::runtime_error("password longer than " + std::to_string(kMaxPasswordBytes) +
-                               " bytes");
-    }
-    if (whole_line) --length;
-    if (length > 0 && line[length - 1] == '\r') --length;
-    return length;
-  }
-
-  std::wstring text_;
-};
 
 int make(const std::vector<std::string_view>& args) {
   const Args parsed(args, {});
   parsed.expect_operands(1, 1);
   const std::string_view user = parsed.operands()[0];
   const Password password(user);
-  if (password.text().empty()) throw std::runtime_error("empty password");
-  const std::wstring stored = N7A::MakePassword(n7core::to_wstring(user), password.text());
+  if (password.wide().empty()) throw std::runtime_error("empty password");
+  const std::wstring stored = N7A::MakePassword(n7core::to_wstring(user), password.wide());
   if (stored.size() != 44) {
     throw std::runtime_error(
         "the password has no letter A to Z and no digit: without a keypad form, its stored value "
@@ -113,7 +39,7 @@ int check(const std::vector<std::string_view>& args) {
   const std::wstring stored = n7core::to_wstring(parsed.operands()[1]);
   const Password password(user);
   const bool match =
-      N7A::Validate(n7core::to_wstring(user), password.text(), parsed.has("keypad"), stored);
+      N7A::Validate(n7core::to_wstring(user), password.wide(), parsed.has("keypad"), stored);
   std::cout << (match ? "match" : "no match") << '\n';
   return match ? kExitOk : kExitFailure;
 }
@@ -126,9 +52,39 @@ int keymap(const std::vector<std::string_view>& args) {
   return kExitOk;
 }
 
+int blob(const std::vector<std::string_view>& args) {
+  const Args parsed(args, {});
+  parsed.expect_operands(1, 1);
+  const std::string user(parsed.operands()[0]);
+  const Password password(user);
+  if (password.utf8().empty()) throw std::runtime_error("empty password");
+  std::cout << N7A::MdgM2(user, password.utf8()) << '\n';
+  return kExitOk;
+}
+
+// The properties are what a server sends with B in the first round of a login, so that round
+// is run against a throwaway A.
+std::string public_properties(const std::string& blob) {
+  n7crypto::Key a, K;
+  std::vector<unsigned char> A, salt, B;
+  std::string props;
+  N7A::SRPClientCreateA(a, A);
+  N7A::MakeExtendedChallengeRound1("", blob, A, salt, B, K, props);
+  return props;
+}
+
+int props(const std::vector<std::string_view>& args) {
+  const Args parsed(args, {});
+  parsed.expect_operands(1, 1);
+  const auto blob = read_blob(parsed.operands()[0]);
+  if (!blob) return kExitUsage;
+  std::cout << public_properties(*blob);
+  return kExitOk;
+}
+
 int run_passwd(const std::vector<std::string_view>& args) {
   static constexpr Subcommand kSubcommands[] = {
-      {"make", make}, {"check", check}, {"keymap", keymap}};
+      {"make", make}, {"check", check}, {"keymap", keymap}, {"blob", blob}, {"props", props}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -136,6 +92,8 @@ constexpr std::string_view kUsage =
     "Usage: n7util passwd make USER\n"
     "       n7util passwd check USER STORED [--keypad]\n"
     "       n7util passwd keymap TEXT [--mark-others]\n"
+    "       n7util passwd blob USER\n"
+    "       n7util passwd props BLOB-FILE\n"
     "\n"
     "Stored password values: 44 characters, the digest of the password as typed followed by\n"
     "that of its telephone-keypad form. The user ID's case (A to Z) does not matter.\n"
@@ -147,12 +105,19 @@ constexpr std::string_view kUsage =
     "  keymap  prints the keypad form of TEXT: letters A to Z become their keypad digits, digits\n"
     "          stay, other letters are dropped; other characters become '*' with\n"
     "          --mark-others and are dropped without\n"
+    "  blob    reads the password from standard input and prints a new extended password blob\n"
+    "          for USER: a fresh salt, the SRP password key (PBKDF2, 1024 iterations) and the\n"
+    "          stored value; what a server keeps for `n7util srp login`\n"
+    "  props   prints the public password properties of the blob in BLOB-FILE ('-': standard\n"
+    "          input): the XML text with salt, algorithm and iterations that a server sends\n"
+    "          to the client at login (lines end in CR LF)\n"
     "\n"
-    "Exit status: 0 success or a match, 1 no match or failure, 2 usage error.\n";
+    "Exit status: 0 success or a match, 1 no match or failure, 2 usage error or unreadable\n"
+    "file.\n";
 
 }  // namespace
 
-extern const Command passwd_command = {"passwd", "Makes and checks stored password values", kUsage,
-                                       run_passwd};
+extern const Command passwd_command = {
+    "passwd", "Makes and checks stored password values and password blobs", kUsage, run_passwd};
 
 }  // namespace n7util

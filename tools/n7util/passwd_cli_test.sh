@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Checks n7util passwd end to end: a value made by `make` is accepted by `check` as typed and as
-# keypad digits, a wrong password is refused with exit 1, and bad input is a clear error.
+# keypad digits, a wrong password is refused with exit 1, a blob made by `blob` gives its public
+# properties, and bad input is a clear error.
 # Usage: passwd_cli_test.sh PATH_TO_N7UTIL
 set -uo pipefail
 
@@ -33,6 +34,25 @@ expect 1 "" sh -c "printf '\377\n' | '$n7util' passwd make Operator"
 expect 0 "22*1" "$n7util" passwd keymap Ab-1 --mark-others
 expect 2 "" "$n7util" passwd keymap
 expect 2 "" "$n7util" passwd frob
+
+workdir=$(mktemp -d)
+trap 'rm -rf "$workdir"' EXIT
+printf 'Night-Shift 7\n' | "$n7util" passwd blob Operator >"$workdir/blob"
+salt=$("$n7util" passwd props "$workdir/blob" | tr -d '\r' | sed -n 's|^  <salt>\(.*\)</salt>$|\1|p')
+if [[ ${#salt} -ne 44 ]]; then
+  echo "FAIL: passwd props of a new blob gave salt '$salt'"
+  failures=$((failures + 1))
+fi
+expect 0 "<passwd-props>
+  <salt>$salt</salt>
+  <alg>PBKDF2-SHA256</alg>
+  <iterations>1024</iterations>
+</passwd-props>" sh -c "'$n7util' passwd props - <'$workdir/blob' | tr -d '\r'"
+expect 1 "" sh -c "printf '\n' | '$n7util' passwd blob Operator"
+printf 'legacy' >"$workdir/unknown"
+expect 1 "" "$n7util" passwd props "$workdir/unknown"
+expect 2 "" "$n7util" passwd props "$workdir/missing"
+expect 2 "" "$n7util" passwd blob
 
 ((failures == 0)) && echo "ok: n7util passwd"
 exit $((failures == 0 ? 0 : 1))

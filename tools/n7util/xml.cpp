@@ -1,20 +1,17 @@
 // n7util xml: the XML tokenizer's token stream of a document, and a well-formedness check with
 // the pull reader.
-#include <cerrno>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "args.h"
 #include "command.h"
 #include "core/error.h"
+#include "input.h"
 #include "n7xml/reader.h"
 #include "n7xml/string_tokenizer.h"
 
@@ -22,32 +19,6 @@ namespace n7util {
 namespace {
 
 constexpr std::int64_t kMaxFirstLine = 1'000'000'000;
-
-// The whole of FILE, or of standard input for "-"; null (with the reason reported) when it
-// cannot be read.
-std::optional<std::string> read_input(std::string_view path) {
-  std::ostringstream contents;
-  if (path == "-") {
-    contents << std::cin.rdbuf();
-    if (std::cin.bad()) {
-      print_error("cannot read standard input");
-      return std::nullopt;
-    }
-    return std::move(contents).str();
-  }
-  std::ifstream file{std::string(path), std::ios::binary};
-  if (!file) {
-    print_error("cannot open '" + std::string(path) +
-                "': " + std::generic_category().message(errno));
-    return std::nullopt;
-  }
-  contents << file.rdbuf();
-  if (file.bad()) {
-    print_error("cannot read '" + std::string(path) + "'");
-    return std::nullopt;
-  }
-  return std::move(contents).str();
-}
 
 // A token value on one line: backslash, tab, line feed and carriage return as \\ \t \n \r, other
 // bytes below 0x20 as \xHH; everything else as it is.

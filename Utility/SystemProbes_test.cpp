@@ -1,0 +1,84 @@
+#include "Utility/SystemProbes.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/Services_test.h"
+#include "platform/TempDir_test.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using n7platform::test_support::FakeServiceManager;
+using n7platform::test_support::ScopedEnv;
+using n7platform::test_support::TempDir;
+
+CString Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
+
+bool IsEmptyDirectory(const fs::path& path) { return fs::is_empty(path); }
+
+TEST(IsWritableDirTest, OnlyAWritableDirectoryPassesAndNothingIsLeftBehind) {
+  TempDir dir;
+  std::ofstream(dir / "file") << "x";
+  EXPECT_TRUE(IsWritableDir(Wide(dir.path().string())));
+  EXPECT_TRUE(IsWritableDir(Wide(dir.path().string() + "/")));
+  EXPECT_FALSE(IsWritableDir(Wide(dir / "file")));
+  EXPECT_FALSE(IsWritableDir(Wide(dir / "missing")));
+  fs::remove(dir / "file");
+  EXPECT_TRUE(IsEmptyDirectory(dir.path()));
+}
+
+TEST(IsWritableDirTest, AReadOnlyDirectoryFails) {
+  if (geteuid() == 0) GTEST_SKIP() << "running as root: permission bits do not stop writes";
+  TempDir dir;
+  const std::string locked = dir / "locked";
+  fs::create_directory(locked);
+  fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec);
+  EXPECT_FALSE(IsWritableDir(Wide(locked)));
+  fs::permissions(locked, fs::perms::owner_all);
+  EXPECT_TRUE(IsEmptyDirectory(locked));
+}
+
+TEST(GetValidTempDirTest, TheEnvironmentsDirectoryOrTheSystemsIsChosen) {
+  TempDir dir;
+  std::ofstream(dir / "file") << "x";
+  ScopedEnv tmp("TMP", std::nullopt);
+  ScopedEnv temp("TEMP", std::nullopt);
+  CString out;
+  {
+    ScopedEnv tmpdir("TMPDIR", dir.path().string());
+    EXPECT_TRUE(GetValidTempDir(out));
+    EXPECT_EQ(out, Wide(dir.path().string() + "/"));
+  }
+  const bool system_writable = access("/tmp", W_OK) == 0;
+  for (const std::string& unusable : {dir / "file", dir / "missing"}) {
+    ScopedEnv tmpdir("TMPDIR", unusable);
+    EXPECT_EQ(GetValidTempDir(out), system_writable);
+    EXPECT_EQ(out, system_writable ? L"/tmp/" : L"/tmp");
+  }
+}
+
+TEST(IsServiceRunningTest, RunningLikeStatesCountAsRunning) {
+  FakeServiceManager fake;
+  fake.SetUnit("running.service", {"active", "running"});
+  fake.SetUnit("starting.service", {"activating", "running"});
+  fake.SetUnit("stopping.service", {"deactivating", "running"});
+  fake.SetUnit("paused.service", {"active", "frozen"});
+  fake.SetUnit("stopped.service", {"inactive", "running"});
+  EXPECT_EQ(IsServiceRunning(L"running"), 1);
+  EXPECT_EQ(IsServiceRunning(L"starting"), 1);
+  EXPECT_EQ(IsServiceRunning(L"stopping"), 1);
+  EXPECT_EQ(IsServiceRunning(L"paused"), 0);
+  EXPECT_EQ(IsServiceRunning(L"stopped"), 0);
+  EXPECT_EQ(IsServiceRunning(L"missing"), 0);
+  EXPECT_EQ(IsServiceRunning(nullptr), 0);
+  fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
+  EXPECT_EQ(IsServiceRunning(L"running"), 0);
+}
+
+}  // namespace

@@ -1,0 +1,101 @@
+#!/usr/bin/env bash
+# Checks n7util date end to end: the fields `show` and `julian` print, the shifts of `add` with
+# month clamping, formats in and out, and that bad input is a clear error with exit 1 or 2.
+# Usage: date_cli_test.sh PATH_TO_N7UTIL
+set -uo pipefail
+
+n7util=$1
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+failures=0
+
+# expect STATUS EXPECTED_STDOUT STDERR_PATTERN ARGS...: runs `n7util date ARGS` and checks its
+# exit status, its exact standard output and that standard error matches the extended regular
+# expression ("" = must be empty).
+expect() {
+  local status=$1 expected=$2 err_pattern=$3
+  shift 3
+  local out actual problem=""
+  out=$("$n7util" date "$@" 2>"$scratch/err")
+  actual=$?
+  if ((actual != status)); then
+    problem="exit $actual, expected $status"
+  elif [[ $out != "$expected" ]]; then
+    problem="output '$out', expected '$expected'"
+  elif ! stderr_matches "$err_pattern"; then
+    problem="standard error '$(cat "$scratch/err")' does not match '$err_pattern'"
+  fi
+  if [[ -n $problem ]]; then
+    echo "FAIL: n7util date $*: $problem"
+    failures=$((failures + 1))
+  fi
+}
+
+stderr_matches() {
+  if [[ -z $1 ]]; then
+    [[ ! -s $scratch/err ]]
+  else
+    grep -Eq -- "^n7util: .*$1" "$scratch/err"
+  fi
+}
+
+# fields NUMBER MONTH DAY YEAR WEEKDAY TEXT VALID: the lines of `show` and `julian`.
+fields() {
+  printf 'day number: %s\nmonth: %s\nday: %s\nyear: %s\nday of week: %s\ntext: %s\nvalid: %s' "$@"
+}
+
+y2k=$(fields 2451544 1 1 2000 Saturday 01/01/2000 yes)
+expect 0 "$y2k" "" show 01/01/2000
+expect 0 "$y2k" "" julian 2451544
+expect 0 "$(fields 2451544 1 1 2000 Saturday 2000-01-01 yes)" "" julian 2451544 --out yyyy-mm-dd
+# The calendar reform: consecutive day numbers, Thursday then Friday.
+expect 0 "$(fields 2299159 10 4 1582 Thursday 10/04/1582 yes)" "" show 10/04/1582
+expect 0 "$(fields 2299160 10 15 1582 Friday 15.10.82 yes)" "" show 1582-10-15 \
+  --in YYYY-MM-DD --out DD.MM.YY
+# Two-digit years: 50-99 are 19xx, 00-49 are 20xx.
+expect 0 "$(fields 2433355 3 15 1950 Wednesday 03/15/50 yes)" "" show 03/15/50 --in MM/DD/YY
+expect 0 "$(fields 2469515 3 15 2049 Monday 03/15/49 yes)" "" show 03/15/49 --in mm/dd/yy
+expect 0 "$(fields 2457827 3 15 2017 Wednesday 15/03/2017 yes)" "" show 'Mar 15 2017' \
+  --in 'MON DD YYYY' --out DD/MM/YYYY
+
+# Shifts; months keep the day within the new month, years do not.
+expect 0 $'date: 02/29/2016\nday number: 2457447' "" add 01/31/2016 --months 1
+expect 0 $'date: 02/28/2017\nday number: 2457812' "" add 03/31/2017 --months=-1
+expect 0 $'date: 15.12.15\nday number: 2457371' "" add 01/15/2017 --months -13 --out DD.MM.YY
+expect 0 $'date: 10/15/1582\nday number: 2299160' "" add 10/04/1582 --days 1
+expect 0 $'date: 02/29/2020\nday number: 2458908' "" add 02/29/2016 --years 4
+expect 1 $'date: Invalid Date\nday number: 2457813' "the result is not a valid date" \
+  add 02/29/2016 --years 1
+expect 1 $'date: 01/01/2147483647\nday number: 2147483647' "has no day number of its own" \
+  add 01/01/2000 --years 2147483647
+
+# A day the calendar reform dropped: shown, but it is another day's number.
+expect 1 "$(fields 2299165 10 10 1582 Wednesday 10/10/1582 yes)" \
+  "day number 2299165 is month 10, day 20, year 1582" show 10/10/1582
+
+# Texts that do not make a valid date: the fields as far as they were read, and exit 1.
+expect 1 "$(fields 1721116 3 0 0 Sunday 'Invalid Date' no)" "'3/15' .* is not a valid date" \
+  show 3/15
+expect 1 "$(fields 2451910 13 1 2000 Monday 'Invalid Date' no)" "not a valid date" show 13/01/2000
+expect 1 "" "is not a valid date" add 02/30/2017 --days 1
+expect 1 "" "UTF-8" show $'\xff'
+
+# Usage errors: exit 2.
+expect 2 "" "missing operand" show
+expect 2 "" "must name the day" show 01/01/2000 --in MM/YYYY
+expect 2 "" "missing --days" add 01/01/2000
+expect 2 "" "only one of" add 01/01/2000 --days 1 --months 1
+expect 2 "" "--weeks must be a whole number" add 01/01/2000 --weeks 1.5
+expect 2 "" "day number must be a whole number" julian 2147483648
+expect 2 "" "unknown subcommand" frob
+
+# Today, in any case, is a valid date.
+for today in TODAY today Today; do
+  if ! "$n7util" date show "$today" | grep -qx 'valid: yes'; then
+    echo "FAIL: n7util date show $today is not valid"
+    failures=$((failures + 1))
+  fi
+done
+
+((failures == 0)) && echo "ok: n7util date"
+exit $((failures == 0 ? 0 : 1))
