@@ -15,6 +15,7 @@
 #include "Utility/Authentication.h"
 #include "Utility/Date.h"
 #include "Utility/Scheduler.h"
+#include "Utility/StringTable.h"
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
@@ -318,6 +319,19 @@ bool date_step(std::ostream& out) {
   return true;
 }
 
+// ---- Resources ----
+
+bool resources_step(std::ostream& out) {
+  const CString text = CStringTable().Load(3);
+  out << "  string 3 of the library's own string table, compiled into libn7utility.so:\n  \""
+      << n7core::to_string(text.str()) << "\"\n";
+  if (text.Find(L"A Win64 exception '0x%1!X!' has occurred.") != 0) {
+    print_error("resources: the library's string 3 is missing or wrong");
+    return false;
+  }
+  return true;
+}
+
 // ---- The demo ----
 
 constexpr DemoStep kSteps[] = {
@@ -325,6 +339,7 @@ constexpr DemoStep kSteps[] = {
     {"passwords: a stored password value and its checks", password_step},
     {"login: an SRP-6a login against a freshly stored password blob", login_step},
     {"dates: a date read from text, a month added, its day of the week", date_step},
+    {"resources: a string of the library's own string table", resources_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -353,6 +368,7 @@ constexpr std::string_view kUsage =
     "             server side, with the right password (accepted) and a wrong one (refused)\n"
     "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
     "             names the day of the week\n"
+    "  resources  loads a string of the library's own string table from its resources\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"
