@@ -12,11 +12,11 @@
 #include "platform/FormatMessage_internal.h"
 #include "platform/KernelObjects.h"
 #include "platform/LocalMemory.h"
+#include "platform/Resources.h"
 #include "platform/WideText_internal.h"
 
 namespace {
 
-constexpr DWORD kErrorResourceTypeNotFound = 1813;
 constexpr DWORD kErrorResourceLangNotFound = 1815;
 // Widths and precisions beyond this are taken for garbage arguments, not for layout.
 constexpr int kMaxFieldWidth = 0xFFFF;
@@ -464,9 +464,12 @@ DWORD Deliver(const std::wstring& text, DWORD flags, LPWSTR buffer, DWORD size) 
 
 namespace n7platform {
 
-DWORD FindModuleMessage(LPCVOID /*module*/, DWORD /*id*/, DWORD /*language*/,
-                        std::wstring& /*text*/) {
-  return kErrorResourceTypeNotFound;
+DWORD FindModuleMessage(LPCVOID module, DWORD id, DWORD language, std::wstring& text) {
+  std::optional<std::wstring> found = LoadMessageText(
+      static_cast<HMODULE>(const_cast<void*>(module)), id, static_cast<WORD>(language));
+  if (!found) return GetLastError();
+  text = std::move(*found);
+  return ERROR_SUCCESS;
 }
 
 }  // namespace n7platform

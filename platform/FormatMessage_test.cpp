@@ -70,7 +70,8 @@ TEST(FormatMessageSystemTest, MissingTextsAndBadRequestsFail) {
 }
 
 TEST(FormatMessageSystemTest, ModulesWithoutMessageTableFallBackToTheSystem) {
-  EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 5).error, 1813u);
+  // This test program carries no resource table at all.
+  EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 5).error, 1812u);
   EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE | kFromSystem, nullptr, 5).text,
             L"Access is denied.\r\n");
 }

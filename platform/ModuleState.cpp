@@ -69,6 +69,10 @@ CDynLinkLibrary::~CDynLinkLibrary() {
   std::erase(module_state.libraries, this);
 }
 
+CWinApp::CWinApp() : m_hInstance(AfxGetInstanceHandle()) {}
+
+CWinApp::~CWinApp() = default;
+
 HINSTANCE AfxFindStringResourceHandle(UINT id) {
   const HINSTANCE current = AfxGetResourceHandle();
   if (current != nullptr && !StringOf(current, id).empty()) return current;

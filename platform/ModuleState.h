@@ -46,6 +46,18 @@ class N7_EXPORT CDynLinkLibrary {
   HMODULE m_hResource;
 };
 
+// The application object, as far as resources go: the module its resources come from (the main
+// program unless the application sets another).
+class N7_EXPORT CWinApp {
+ public:
+  CWinApp();
+  virtual ~CWinApp();
+  CWinApp(const CWinApp&) = delete;
+  CWinApp& operator=(const CWinApp&) = delete;
+
+  HINSTANCE m_hInstance;
+};
+
 // The first resource module of the search that has string `id`; null when none has it.
 N7_EXPORT HINSTANCE AfxFindStringResourceHandle(UINT id);
 

@@ -19,63 +19,23 @@
 
 #include "platform/KernelObjects.h"
 #include "platform/Resources_internal.h"
+#include "platform/WideText_internal.h"
 
 namespace {
+
+using n7platform::internal::FromUtf8;
+using n7platform::internal::ToUtf8;
+
+constexpr DWORD kNoUnicodeTranslation = 1113;  // ERROR_NO_UNICODE_TRANSLATION
 
 // How tables are found: null for the dynamic linker's lookup.
 std::atomic<n7platform::internal::ResourceTableLookup> table_lookup{nullptr};
 
 using n7platform::internal::DynamicResourceTable;
 
-constexpr DWORD kMessageNotFound = 317;  // ERROR_MR_MID_NOT_FOUND
 constexpr WORD kMessageWideText = 1;
 constexpr WORD kNeutral = MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL);
 constexpr WORD kUsEnglish = MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US);
-
-// ---- Text ----
-
-std::string ToUtf8(std::wstring_view text) {
-  std::string out;
-  for (const wchar_t wc : text) {
-    const auto c = static_cast<std::uint32_t>(wc);  // NOLINT(bugprone-signed-char-misuse)
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
-
-// File names are bytes; one that is not valid UTF-8 gets U+FFFD for each stray byte.
-std::wstring FromUtf8(std::string_view text) {
-  std::wstring out;
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    std::uint32_t code = length == 1 ? lead : lead & (0x7Fu >> length);
-    bool valid = lead < 0x80 || (lead >= 0xC2 && lead <= 0xF4 && i + length <= text.size());
-    for (std::size_t k = 1; valid && k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[i + k]);
-      valid = (next & 0xC0u) == 0x80u;
-      code = (code << 6) | (next & 0x3Fu);
-    }
-    out += valid ? static_cast<wchar_t>(code) : L'\uFFFD';
-    i += valid ? length : 1;
-  }
-  return out;
-}
 
 // ---- Modules ----
 
@@ -308,7 +268,12 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR file_name, DWORD size) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return 0;
   }
-  const std::wstring path = FromUtf8(FileName(*info));
+  const std::optional<std::wstring> converted = FromUtf8(FileName(*info));
+  if (!converted) {
+    SetLastError(kNoUnicodeTranslation);
+    return 0;
+  }
+  const std::wstring& path = *converted;
   if (file_name == nullptr || size == 0) {
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
     return 0;
@@ -325,7 +290,8 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR file_name, DWORD size) {
 
 HMODULE GetModuleHandleW(LPCWSTR module_name) {
   if (module_name == nullptr) return MainProgram();
-  void* handle = dlopen(ToUtf8(module_name).c_str(), RTLD_LAZY | RTLD_NOLOAD);
+  const std::optional<std::string> name = ToUtf8(module_name);
+  void* handle = name ? dlopen(name->c_str(), RTLD_LAZY | RTLD_NOLOAD) : nullptr;
   if (handle == nullptr) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return nullptr;
@@ -336,11 +302,9 @@ HMODULE GetModuleHandleW(LPCWSTR module_name) {
 }
 
 HMODULE LoadLibraryW(LPCWSTR file_name) {
-  if (file_name == nullptr || *file_name == L'\0') {
-    SetLastError(ERROR_MOD_NOT_FOUND);
-    return nullptr;
-  }
-  void* handle = dlopen(ToUtf8(file_name).c_str(), RTLD_NOW | RTLD_LOCAL);
+  const std::optional<std::string> name =
+      file_name != nullptr && *file_name != L'\0' ? ToUtf8(file_name) : std::nullopt;
+  void* handle = name ? dlopen(name->c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
   const HMODULE base = handle != nullptr ? BaseOfHandle(handle) : nullptr;
   if (base == nullptr) {
     if (handle != nullptr) dlclose(handle);
@@ -517,7 +481,7 @@ std::optional<std::wstring> LoadMessageText(HMODULE module, DWORD id, WORD langu
       static_cast<const unsigned char*>(LockResource(LoadResource(module, table))),
       SizeofResource(module, table));
   std::optional<std::wstring> text = FindMessage(bytes, id);
-  if (!text) SetLastError(kMessageNotFound);
+  if (!text) SetLastError(ERROR_MR_MID_NOT_FOUND);
   return text;
 }
 

@@ -32,12 +32,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/FormatMessage.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
 // NOLINTBEGIN(readability-identifier-naming): the Win32 names
 
-using ULONG_PTR = std::uintptr_t;
 using LANGID = WORD;
 
 struct HINSTANCE_Opaque;
@@ -97,7 +97,8 @@ inline constexpr UINT LR_DEFAULTCOLOR = 0;
 
 // The full path of the module's file (null: the main program). Returns the characters written
 // without the terminator; a buffer too small gets the path cut to size - 1 characters and a
-// terminator, and the call returns `size` with ERROR_INSUFFICIENT_BUFFER. 0 on failure.
+// terminator, and the call returns `size` with ERROR_INSUFFICIENT_BUFFER. 0 on failure; a path
+// that is not UTF-8 has no wide form (ERROR_NO_UNICODE_TRANSLATION).
 N7_EXPORT DWORD GetModuleFileNameW(HMODULE module, LPWSTR file_name, DWORD size);
 // Null: the main program. Otherwise the loaded module of that name: a path, or a file name the
 // dynamic linker knows. Does not load anything; null with ERROR_MOD_NOT_FOUND when it is not
@@ -157,7 +158,7 @@ N7_EXPORT std::wstring_view StringFromBlock(const void* block, DWORD size, UINT 
 
 // The text of message `id` in the module's message table (null: the main program), in the
 // language asked for or the fallbacks of FindResourceExW; none, with the last error set
-// (ERROR_MR_MID_NOT_FOUND, 317, for an id the table lacks), when there is none.
+// (ERROR_MR_MID_NOT_FOUND for an id the table lacks), when there is none.
 N7_EXPORT std::optional<std::wstring> LoadMessageText(HMODULE module, DWORD id, WORD language);
 
 }  // namespace n7platform

@@ -166,7 +166,12 @@ TEST(StringTest, MessageTextsComeFromTheMessageTable) {
   EXPECT_EQ(n7platform::LoadMessageText(nullptr, 0x101, 0), L"second line\r\n");
   EXPECT_EQ(n7platform::LoadMessageText(nullptr, 0x40000005, 0), L"far");
   EXPECT_EQ(n7platform::LoadMessageText(nullptr, 0x102, 0), std::nullopt);
-  EXPECT_EQ(GetLastError(), 317u);
+  EXPECT_EQ(GetLastError(), ERROR_MR_MID_NOT_FOUND);
+
+  std::array<wchar_t, 32> text{};
+  EXPECT_EQ(
+      FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 0x100, 0, text.data(), 32, nullptr), 5u);
+  EXPECT_EQ(std::wstring(text.data()), L"first");
 }
 
 TEST(UserResourceTest, HandlesPointAtTheResourceBytes) {

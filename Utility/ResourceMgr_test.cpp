@@ -1,0 +1,110 @@
+#include "Utility/ResourceMgr.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "platform/KernelObjects.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A host module Host.EXE with its German and French (France) resource modules in res/ beside it,
+// laid out once in a directory of the test's own: copies, so that each is a module of its own.
+class ResourceMgrTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    const fs::path dir = fs::path(::testing::TempDir()) / ("resmgr." + std::to_string(getpid()));
+    fs::create_directories(dir / "res");
+    fs::copy_file(N7_TEST_MODULE_HOST, dir / "Host.EXE", fs::copy_options::overwrite_existing);
+    fs::copy_file(N7_TEST_MODULE_DE, dir / "res" / "HostRes.de.dll",
+                  fs::copy_options::overwrite_existing);
+    fs::copy_file(N7_TEST_MODULE_FR_FR, dir / "res" / "HostRes.fr-FR.dll",
+                  fs::copy_options::overwrite_existing);
+    host_ = LoadLibraryW((dir / "Host.EXE").wstring().c_str());
+  }
+
+  void SetUp() override { ASSERT_NE(host_, nullptr); }
+
+  static HINSTANCE host_;
+  HINSTANCE instance_ = host_;
+  CResourceMgr manager_{instance_};
+};
+
+HINSTANCE ResourceMgrTest::host_ = nullptr;
+
+TEST_F(ResourceMgrTest, LanguageFallsBackToThePrimaryLanguageModuleThenTheHost) {
+  EXPECT_EQ(manager_.LoadStringW(1), L"host one");
+  EXPECT_EQ(manager_.LoadStringW(1, 0, 0x040C), L"Bonjour");  // fr-FR has its own module
+  EXPECT_EQ(manager_.LoadStringW(1, 0, 0x0407), L"Hallo");    // de-DE has none: de's
+  EXPECT_EQ(manager_.LoadStringW(1, 0, 0x0807), L"Hallo");
+  EXPECT_EQ(manager_.LoadStringW(1, 0, 0x0028), L"host one");  // no code for the language
+  EXPECT_EQ(manager_.LoadStringW(1, 0, 0x0C0C), L"host one");  // fr-CA and fr: no module
+  // A block the language module lacks comes from the host through the system's loader; a string
+  // missing from a block it has is missing.
+  EXPECT_EQ(manager_.LoadStringW(17, 0, 0x040C), L"host seventeen");
+  EXPECT_EQ(manager_.LoadStringW(3, 1, 0x040C), L"");
+}
+
+TEST_F(ResourceMgrTest, IdentifierPicksTheCountedStringInItsBlock) {
+  EXPECT_EQ(manager_.LoadStringW(17), L"host seventeen");
+  EXPECT_EQ(manager_.LoadStringW(17, 0, 0x0007), L"siebzehn");
+}
+
+TEST_F(ResourceMgrTest, MissingStringGivesThePlaceholderOrNothing) {
+  EXPECT_EQ(manager_.LoadStringW(18),
+            L"[English Only: Error: Unable to Load String resource '18'. System Error: '']");
+  EXPECT_EQ(manager_.LoadStringW(18, 1), L"");
+  EXPECT_EQ(manager_.LoadStringW(1000, 1, 0x0407), L"");
+}
+
+TEST_F(ResourceMgrTest, FormatStringFillsTheInserts) {
+  EXPECT_EQ(manager_.FormatString(3, L"here", L"there"), L"From here to there.");
+  EXPECT_EQ(manager_.FormatString(18, L"x"),
+            L"[English Only: Error: Unable to Load String resource '18'. System Error: '']");
+}
+
+TEST_F(ResourceMgrTest, FailedLoadRecordsTheErrorTextForItsThreadOnly) {
+  EXPECT_EQ(manager_.LoadIconW(5u), nullptr);
+  const CString text = manager_.GetLastError();
+  EXPECT_EQ(text, L"The specified resource type cannot be found in the image file.\r\n");
+  CString other_thread(L"not run");
+  std::thread([&] { other_thread = manager_.GetLastError(); }).join();
+  EXPECT_EQ(other_thread, L"");
+  EXPECT_EQ(manager_.LoadStringW(18),
+            L"[English Only: Error: Unable to Load String resource "
+            L"'18'. System Error: '" +
+                text.str() + L"']");
+}
+
+TEST_F(ResourceMgrTest, LoadDialogRecordsTheFailedLookup) {
+  EXPECT_NE(manager_.LoadDialog(7u), nullptr);
+  EXPECT_EQ(manager_.LoadDialog(L"MISSING"), nullptr);
+  EXPECT_EQ(manager_.GetLastError(),
+            L"The specified resource name cannot be found in the image file.\r\n");
+}
+
+TEST_F(ResourceMgrTest, LoadsReturnHandlesToTheHostsResources) {
+  EXPECT_NE(manager_.LoadMenuW(1u), nullptr);
+  EXPECT_EQ(manager_.LoadBitmapEx(1u, 0), nullptr);
+  EXPECT_EQ(manager_.LoadCursorW(L"ARROW"), nullptr);
+  EXPECT_EQ(manager_.LoadAcceleratorsW(1u), nullptr);
+  EXPECT_EQ(manager_.LoadBitmapW(1u), nullptr);
+  EXPECT_EQ(manager_.GetLastError(),
+            L"The specified resource type cannot be found in the image file.\r\n");
+}
+
+TEST_F(ResourceMgrTest, ManagerFollowsTheInstanceVariable) {
+  instance_ = nullptr;  // the test program: its table is the library's own
+  EXPECT_EQ(manager_.LoadStringW(1, 1).Find(L"Internal error"), 0);
+  CWinApp application;
+  CResourceMgr by_application(application);
+  application.m_hInstance = host_;
+  EXPECT_EQ(by_application.LoadStringW(1), L"host one");
+}
+
+}  // namespace
