@@ -300,9 +300,11 @@ std::string to_utf8(std::u32string_view text) {
 
 template <typename T>
 void append_raw(std::vector<unsigned char>& out, T value) {
-  unsigned char bytes[sizeof value];
-  std::memcpy(bytes, &value, sizeof value);
-  out.insert(out.end(), std::begin(bytes), std::end(bytes));
+  // Grown, then copied into: g++ 12 at -O3 misreads an insert of a small array into a vector
+  // that was just allocated as an overflow.
+  const std::size_t at = out.size();
+  out.resize(at + sizeof value);
+  std::memcpy(out.data() + at, &value, sizeof value);
 }
 
 // ---- Statements ----
