@@ -13,8 +13,6 @@ const wchar_t* FindSystemMessage(DWORD id);
 
 // Looks `id` up in the message table of `module` (null: the host program) in `language`.
 // Returns ERROR_SUCCESS and sets `text`, or the Win32 error that says why there is no text.
-// This is where module message tables plug in; until modules carry one, every module answers
-// ERROR_RESOURCE_TYPE_NOT_FOUND.
 DWORD FindModuleMessage(LPCVOID module, DWORD id, DWORD language, std::wstring& text);
 
 }  // namespace n7platform
