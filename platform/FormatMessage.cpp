@@ -217,11 +217,12 @@ class InsertArguments {
       array_ = reinterpret_cast<const DWORD_PTR*>(arguments);
       return;
     }
+    // The analyser does not follow a va_list passed by pointer.
+    // NOLINTBEGIN(clang-analyzer-valist.Uninitialized)
     va_list list;
     va_copy(list, *arguments);
-    for (int i = 0; i < count; ++i) {
-      values_.push_back(va_arg(list, DWORD_PTR));  // NOLINT(clang-analyzer-valist.Uninitialized)
-    }
+    for (int i = 0; i < count; ++i) values_.push_back(va_arg(list, DWORD_PTR));
+    // NOLINTEND(clang-analyzer-valist.Uninitialized)
     va_end(list);
     array_ = values_.data();
   }
@@ -465,6 +466,7 @@ DWORD Deliver(const std::wstring& text, DWORD flags, LPWSTR buffer, DWORD size) 
 namespace n7platform {
 
 DWORD FindModuleMessage(LPCVOID module, DWORD id, DWORD language, std::wstring& text) {
+  if (language > 0xFFFF) return ERROR_INVALID_PARAMETER;
   std::optional<std::wstring> found = LoadMessageText(
       static_cast<HMODULE>(const_cast<void*>(module)), id, static_cast<WORD>(language));
   if (!found) return GetLastError();

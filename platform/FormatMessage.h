@@ -7,6 +7,9 @@
 // (0x8007xxxx) has the text of its Win32 code. The texts are English; the languages accepted are
 // 0, the neutral language in any of its forms and any English.
 //
+// FORMAT_MESSAGE_FROM_HMODULE looks in the message table of the module given as the source (null:
+// the host program) first, then, with FORMAT_MESSAGE_FROM_SYSTEM, in the system's table.
+//
 // Message syntax: %1 to %99 insert an argument, formatted by the printf-like spec between two
 // '!' (default !s!), for example %1!d!, %2!08X!, %3!lu!, %1!*.*s! (width and precision come from
 // the arguments before the value: here arguments 1 and 2, and the string is argument 3). In the

@@ -69,11 +69,16 @@ TEST(FormatMessageSystemTest, MissingTextsAndBadRequestsFail) {
   EXPECT_EQ(Format(kFromSystem, nullptr, ERROR_MR_MID_NOT_FOUND).error, ERROR_INVALID_PARAMETER);
 }
 
-TEST(FormatMessageSystemTest, ModulesWithoutMessageTableFallBackToTheSystem) {
-  // This test program carries no resource table at all.
-  EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 5).error, 1812u);
-  EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE | kFromSystem, nullptr, 5).text,
-            L"Access is denied.\r\n");
+TEST(FormatMessageModuleTest, ModuleTableComesBeforeTheSystems) {
+  constexpr DWORD kFromProgram = FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY;
+  const DWORD_PTR service[] = {reinterpret_cast<DWORD_PTR>(L"spooler")};
+  EXPECT_EQ(Format(kFromProgram, nullptr, 0x40000001, service).text,
+            L"Service spooler started.\r\n");
+  EXPECT_EQ(Format(kFromProgram | kFromSystem, nullptr, 5).text,
+            L"The program's own text for 5.\r\n");
+  EXPECT_EQ(Format(kFromProgram | kFromSystem, nullptr, 87).text,
+            L"The parameter is incorrect.\r\n");
+  EXPECT_EQ(Format(kFromProgram, nullptr, 87).error, ERROR_MR_MID_NOT_FOUND);
 }
 
 TEST(FormatMessageBufferTest, CallerBufferMustHoldTextAndTerminator) {
