@@ -74,7 +74,7 @@ void AErrorPoolMgr::AddError(int code, UINT resource_id, const CString& default_
   m_Pool.SetAt(code, text);
 }
 
-const CString AErrorPoolMgr::IMessage(int code) const {  // NOLINT(readability-const-return-type)
+const CString AErrorPoolMgr::IMessage(int code) const {
   CString text;
   m_Pool.Lookup(code, text);
   return text;

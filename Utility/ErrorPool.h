@@ -57,7 +57,6 @@ class N7_EXPORT AErrorPoolMgr {
 
   // The stored text of `code`, or an empty string when it has none. The no-error value is an
   // ordinary code here.
-  // NOLINTNEXTLINE(readability-const-return-type): the published signature returns a const value
   const CString IMessage(int code) const;
 
   // Shows the message of `code` and returns the message box's result:
