@@ -57,6 +57,7 @@
 #include "Utility/Authentication.h"
 #include "Utility/Date.h"
 #include "Utility/DirectoryChangeNotifier.h"
+#include "Utility/ErrorPool.h"
 #include "Utility/EventLog.h"
 #include "Utility/ExceptionWrappers.h"
 #include "Utility/IStringAndDwordMapper.h"

@@ -29,6 +29,7 @@ constexpr DemoStep kSteps[] = {
     {"event log: a source registered, an event reported, the registration read back",
      eventlog_step},
     {"resources: a string of the library's own string table", resources_step},
+    {"error pools: a module's error texts, and a code it never defined", errorpool_step},
 };
 
 int run_demo(const std::vector<std::string_view>& args) {
@@ -65,6 +66,8 @@ constexpr std::string_view kUsage =
     "             the system log, or to the file N7_EVENTLOG_FILE names) and reads the\n"
     "             registration back\n"
     "  resources  loads a string of the library's own string table from its resources\n"
+    "  errors     fills a module's error pool, reads a message back and shows the message\n"
+    "             of a code the module never defined (on standard error)\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"
     "N7_TRACE sets the trace levels.\n"

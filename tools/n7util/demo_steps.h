@@ -15,5 +15,6 @@ bool pool_step(std::ostream& out);
 bool registry_step(std::ostream& out);
 bool eventlog_step(std::ostream& out);
 bool resources_step(std::ostream& out);
+bool errorpool_step(std::ostream& out);
 
 }  // namespace n7util
