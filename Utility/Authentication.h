@@ -1,5 +1,5 @@
-// N7A: the stored password values of users and their check, and the MD5 digests of the older
-// challenge/response logins.
+// N7A: the stored password values of users and their check, the MD5 digests of the older
+// challenge/response logins, the extended password blob, and both sides of the SRP-6a login.
 //
 // A stored password value is 44 characters: the digest text of the password as typed, then that
 // of its telephone-keypad form, so a user on a telephone can log in with the digits alone. The

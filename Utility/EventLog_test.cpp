@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "core/trace_capture_test.h"
+#include "platform/Registry.h"
+#include "platform/RegistryFixture_internal.h"
 #include "platform/TempDir_test.h"
 
 namespace {
@@ -105,6 +107,101 @@ TEST_F(CEventLogTest, AFailedReportIsTracedWithTheIdentifierInHex) {
   EXPECT_EQ(trace_.Take(), (std::vector<Message>{Trace("CEventLog::Log()", 11,
                                                        "Log(0xc000abcd): Can't report event "
                                                        "(error = 87)")}));
+}
+
+class EventSourceTest : public ::testing::Test {
+ protected:
+  static constexpr wchar_t kKey[] =
+      L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\App";
+
+  static Message Trace(const char* function, const std::string& text) {
+    return {function, "Utility/EventLog", text, 11, 2, 4};
+  }
+
+  n7platform::TemporaryRegistry registry_;
+  n7trace::test_support::TraceCapture trace_{"EventLog", -127, 61};
+};
+
+TEST_F(EventSourceTest, ARegistrationIsReadBackAndOverwritten) {
+  EXPECT_EQ(AddEventSource(L"App", L"%SystemRoot%/messages.so", 0), 0u);
+  CString file;
+  DWORD types = 0;
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, &types), 0u);
+  EXPECT_EQ(file, L"%SystemRoot%/messages.so");  // references stay unexpanded
+  EXPECT_EQ(types, 7u);
+
+  // Registering again replaces the two values and keeps any other.
+  HKEY key = nullptr;
+  ASSERT_EQ(RegOpenKeyW(HKEY_LOCAL_MACHINE, kKey, &key), ERROR_SUCCESS);
+  const DWORD other = 5;
+  RegSetValueExW(key, L"Other", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&other), 4);
+  EXPECT_EQ(AddEventSource(L"App", L"/opt/app/other.so", EVENTLOG_ERROR_TYPE), 0u);
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, &types), 0u);
+  EXPECT_EQ(file, L"/opt/app/other.so");
+  EXPECT_EQ(types, 1u);
+  EXPECT_EQ(RegQueryValueExW(key, L"Other", nullptr, nullptr, nullptr, nullptr), ERROR_SUCCESS);
+
+  // Without a flags pointer the flags are never read, so their absence does not matter.
+  RegDeleteValueW(key, L"TypesSupported");
+  RegCloseKey(key);
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, nullptr), 0u);
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, &types), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(types, 1u);
+  EXPECT_EQ(trace_.Take(),
+            (std::vector<Message>{Trace("QueryEventMessageFile()",
+                                        "QueryEventMessageFile(App): Can't get event type flags "
+                                        "(error = 2)")}));
+}
+
+TEST_F(EventSourceTest, AnUnknownSourceLeavesTheCallersTextAlone) {
+  CString file(L"unchanged");
+  EXPECT_EQ(QueryEventMessageFile(L"Missing", file, nullptr), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(file, L"unchanged");
+  EXPECT_EQ(trace_.Take(),
+            (std::vector<Message>{Trace("QueryEventMessageFile()",
+                                        "QueryEventMessageFile(Missing): Can't open event source "
+                                        "registry key (error = 2)")}));
+}
+
+TEST_F(EventSourceTest, NamesBeyond456UnitsAreRefusedBeforeTheRegistry) {
+  // The registry limits each key name to 255 characters: a name that long has two levels.
+  const std::wstring longest = std::wstring(227, L'n') + L"\\" + std::wstring(228, L'n');
+  EXPECT_EQ(AddEventSource(longest.c_str(), L"m.so", 0), 0u);
+  const std::wstring too_long = longest + L"n";
+  EXPECT_EQ(AddEventSource(too_long.c_str(), L"m.so", 0), ERROR_INVALID_PARAMETER);
+  // A character outside the BMP takes two units.
+  const std::wstring wide = std::wstring(455, L'n') + L"\U0001F600";
+  EXPECT_EQ(AddEventSource(wide.c_str(), L"m.so", 0), ERROR_INVALID_PARAMETER);
+  CString file;
+  EXPECT_EQ(QueryEventMessageFile(too_long.c_str(), file, nullptr), ERROR_INVALID_PARAMETER);
+  const std::vector<Message> traces = trace_.Take();
+  ASSERT_EQ(traces.size(), 3u);
+  EXPECT_EQ(traces[0], Trace("AddEventSource()", "AddEventSource(" + std::string(227, 'n') + "\\" +
+                                                     std::string(229, 'n') +
+                                                     "): Can't create event source registry key "
+                                                     "(error = 87)"));
+}
+
+TEST_F(EventSourceTest, AMessageFileLongerThanTheBufferIsMoreData) {
+  const std::wstring fits(511, L'f');
+  CString file;
+  ASSERT_EQ(AddEventSource(L"App", fits.c_str(), 0), 0u);
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, nullptr), 0u);
+  EXPECT_EQ(file.GetLength(), 511);
+  ASSERT_EQ(AddEventSource(L"App", (fits + L"f").c_str(), 0), 0u);
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, nullptr), ERROR_MORE_DATA);
+  EXPECT_EQ(file.GetLength(), 511);
+
+  // Exactly a full buffer without a terminator: the text ends at the buffer's end.
+  HKEY key = nullptr;
+  ASSERT_EQ(RegOpenKeyW(HKEY_LOCAL_MACHINE, kKey, &key), ERROR_SUCCESS);
+  const std::wstring full(512, L'g');
+  RegSetValueExW(key, L"EventMessageFile", 0, REG_EXPAND_SZ,
+                 reinterpret_cast<const BYTE*>(full.data()),
+                 static_cast<DWORD>(full.size() * sizeof(wchar_t)));
+  RegCloseKey(key);
+  EXPECT_EQ(QueryEventMessageFile(L"App", file, nullptr), 0u);
+  EXPECT_EQ(file, full.c_str());
 }
 
 }  // namespace

@@ -99,8 +99,8 @@ std::wstring LimitedText(std::string_view text, int limit) {
   while (!tail_bytes.empty() && IsContinuationByte(tail_bytes.front())) {
     tail_bytes.remove_prefix(1);
   }
-  return CutText(std::wstring_view(converted).substr(0, head), n7core::to_wstring(tail_bytes),
-                 marked);
+  const std::wstring_view whole = converted;
+  return CutText(whole.substr(0, head), n7core::to_wstring(tail_bytes), marked);
 }
 
 // "<code> (0x<code>): <system text>" without the text's CR LF, or "<code> (0x<code>)" when the
@@ -165,7 +165,7 @@ void CSE_Exception::Delete() { delete this; }
 void CSE_ExceptionTransFunction(unsigned int code, EXCEPTION_POINTERS* pointers) {
   CSE_Exception* exception = nullptr;
   try {
-    exception = new CSE_Exception(code, pointers);
+    exception = new CSE_Exception(code, pointers);  // NOLINT(bugprone-throw-keyword-missing)
   } catch (const std::bad_alloc&) {
     exception = nullptr;
   }

@@ -109,7 +109,7 @@ LONG CRegistryKey::NotifyChange(DWORD filter, int watch_subtree, HANDLE event) {
 
 LONG CRegistryKey::GetValue(LPCWSTR value_name, CString& text) {
   // Twice the room read, so the text always ends in a NUL.
-  std::array<wchar_t, 2 * kMaxTextCharacters> buffer{};
+  std::array<wchar_t, std::size_t{2} * kMaxTextCharacters> buffer{};
   DWORD type = 0;
   DWORD size = kMaxTextCharacters * sizeof(wchar_t);
   const LONG result = QueryValue(value_name, type, reinterpret_cast<LPBYTE>(buffer.data()), size);

@@ -2,8 +2,11 @@
 
 #include <string>
 
+#include "Utility/RegistryKey.h"
 #include "platform/Exceptions.h"
 #include "platform/File.h"
+#include "platform/Registry.h"
+#include "platform/Resources.h"
 #include "platform/Services.h"
 
 namespace {
@@ -11,7 +14,9 @@ namespace {
 // Where the system keeps temporary files when the environment names no usable directory.
 constexpr wchar_t kSystemTempDir[] = L"/tmp";
 constexpr DWORD kTempNameCapacity = 260;
-constexpr DWORD kGenericRead = 0x80000000u;  // GENERIC_READ
+// The system's own DCOM switch.
+constexpr wchar_t kOleKey[] = L"SOFTWARE\\Microsoft\\Ole";
+constexpr wchar_t kEnableDcomValue[] = L"EnableDCOM";
 
 // The service state, or nothing when the service cannot be queried. Closes what it opened.
 bool QueryState(SC_HANDLE manager, const wchar_t* service_name, DWORD* state) {
@@ -36,9 +41,33 @@ void IgnoringFrameworkErrors(Call&& call) {
 
 }  // namespace
 
+int IsDCOMReady() {
+  // Looked up only in a module already loaded: loading the COM library is not this probe's job.
+  HMODULE ole32 = GetModuleHandleW(L"OLE32");
+  return ole32 == nullptr || GetProcAddress(ole32, "CoInitializeEx") == nullptr ? 1 : 0;
+}
+
+int IsDCOMEnabled() {
+  CRegistryKey key;
+  if (key.Open(HKEY_LOCAL_MACHINE, kOleKey, KEY_READ) != 0) return 0;
+  CString value;
+  if (key.GetValue(kEnableDcomValue, value) != 0) return 0;
+  return value.CompareNoCase(L"Y") == 0 ? 1 : 0;
+}
+
+int DCOMEnables(int enable) {
+  CRegistryKey key;
+  if (key.Open(HKEY_LOCAL_MACHINE, kOleKey, KEY_WRITE) != 0) return 0;
+  const wchar_t setting[] = {enable != 0 ? L'Y' : L'N', L'\0'};
+  return key.SetValue(kEnableDcomValue, REG_SZ, reinterpret_cast<const BYTE*>(setting),
+                      sizeof setting) == 0
+             ? 1
+             : 0;
+}
+
 int IsServiceRunning(const wchar_t* service_name) {
   try {
-    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, kGenericRead);
+    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, GENERIC_READ);
     if (manager == nullptr) return 0;
     DWORD state = SERVICE_STOPPED;
     const bool queried = QueryState(manager, service_name, &state);

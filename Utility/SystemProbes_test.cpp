@@ -8,6 +8,9 @@
 #include <fstream>
 #include <string>
 
+#include "platform/Registry.h"
+#include "platform/RegistryFixture_internal.h"
+#include "platform/Resources.h"
 #include "platform/Services_test.h"
 #include "platform/TempDir_test.h"
 
@@ -79,6 +82,54 @@ TEST(IsServiceRunningTest, RunningLikeStatesCountAsRunning) {
   EXPECT_EQ(IsServiceRunning(nullptr), 0);
   fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
   EXPECT_EQ(IsServiceRunning(L"running"), 0);
+}
+
+// The probe's lookup: a function is found in a loaded module only. No COM library is ever loaded
+// here, so the probe answers 1.
+TEST(IsDCOMReadyTest, TheLookupFindsOnlyWhatLoadedModulesExport) {
+  HMODULE libc = GetModuleHandleW(L"libc.so.6");
+  ASSERT_NE(libc, nullptr);
+  EXPECT_NE(GetProcAddress(libc, "malloc"), nullptr);
+  EXPECT_EQ(GetProcAddress(libc, "CoInitializeEx"), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
+  EXPECT_EQ(GetModuleHandleW(L"OLE32"), nullptr);
+  EXPECT_EQ(IsDCOMReady(), 1);
+}
+
+class DcomTest : public ::testing::Test {
+ protected:
+  static constexpr wchar_t kOle[] = L"SOFTWARE\\Microsoft\\Ole";
+
+  void SetValue(const wchar_t* text) {
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, kOle, &key), ERROR_SUCCESS);
+    const std::wstring value(text);
+    RegSetValueExW(key, L"EnableDCOM", 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                   static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+    RegCloseKey(key);
+  }
+
+  n7platform::TemporaryRegistry registry_;
+};
+
+TEST_F(DcomTest, TheSwitchIsReadWithoutRegardToCase) {
+  EXPECT_EQ(IsDCOMEnabled(), 0);  // no key
+  EXPECT_EQ(DCOMEnables(1), 0);   // the key is not created
+  SetValue(L"y");
+  EXPECT_EQ(IsDCOMEnabled(), 1);
+  SetValue(L"Yes");
+  EXPECT_EQ(IsDCOMEnabled(), 0);
+}
+
+TEST_F(DcomTest, OnAndOffRoundTrip) {
+  HKEY key = nullptr;
+  ASSERT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, kOle, &key), ERROR_SUCCESS);
+  RegCloseKey(key);
+  EXPECT_EQ(IsDCOMEnabled(), 0);  // no value
+  EXPECT_EQ(DCOMEnables(1), 1);
+  EXPECT_EQ(IsDCOMEnabled(), 1);
+  EXPECT_EQ(DCOMEnables(0), 1);
+  EXPECT_EQ(IsDCOMEnabled(), 0);
 }
 
 }  // namespace

@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <vector>
 
+#include "Utility/ExceptionWrappers.h"
 #include "core/safe_cast.h"
+#include "platform/ComError.h"
 #include "platform/KernelObjects.h"
 #include "platform/Time.h"
 
@@ -81,6 +83,10 @@ bool RunPass(Pass&& pass, Handler&& on_exception) {
     return true;
   } catch (CException* exception) {
     on_exception(exception);
+  } catch (const _com_error& error) {
+    // Lives on this stack for the call only, so a handler's Delete() must leave it alone.
+    CComException wrapped(error, FALSE);
+    on_exception(&wrapped);
   } catch (abi::__forced_unwind&) {
     throw;  // the thread is being cancelled: let it unwind
   } catch (...) {
@@ -88,11 +94,6 @@ bool RunPass(Pass&& pass, Handler&& on_exception) {
   }
   return false;
 }
-
-// Releases an exception handed to a base OnException.
-void DeleteException(CException* exception) { delete exception; }
-
-[[noreturn]] void ThrowEmptyIdleList() { AfxThrowResourceException(); }
 
 }  // namespace
 }  // namespace n7utility::internal
@@ -157,7 +158,7 @@ DWORD CThreadPool::WaitForIdleThread(unsigned long timeout) {
 }
 
 APooledThread* CThreadPool::TakeIdleHead() {
-  if (m_idleThreads.empty()) n7utility::internal::ThrowEmptyIdleList();
+  if (m_idleThreads.empty()) AfxThrowInvalidArgException();
   APooledThread* thread = m_idleThreads.front();
   m_idleThreads.pop_front();
   return thread;
@@ -222,7 +223,7 @@ unsigned int APooledWorkerThread::ThreadEntry(void* param) {
   try {
     return static_cast<APooledWorkerThread*>(param)->ThreadBody();
   } catch (CException* exception) {
-    n7utility::internal::DeleteException(exception);
+    exception->Delete();
   } catch (abi::__forced_unwind&) {
     throw;
   } catch (...) {
@@ -261,13 +262,15 @@ unsigned int APooledWorkerThread::OnExit(unsigned int exit_code) {
 }
 
 void APooledWorkerThread::OnException(CException* exception) {
-  if (exception != nullptr) n7utility::internal::DeleteException(exception);
+  if (exception != nullptr) exception->Delete();
 }
 
 void APooledWorkerThread::Delete() { delete this; }
 
 // ---------------------------------------------------------------------------------------------
 // APooledInterfaceThread
+
+IMPLEMENT_DYNAMIC(APooledInterfaceThread, CWinThread)
 
 APooledInterfaceThread::APooledInterfaceThread(CThreadPool* pool) : m_pPool(pool) {}
 
@@ -311,5 +314,5 @@ void APooledInterfaceThread::SetBusy(BOOL busy) { m_bBusy = busy; }
 BOOL APooledInterfaceThread::IsBusy() const { return m_bBusy; }
 
 void APooledInterfaceThread::OnException(CException* exception) {
-  if (exception != nullptr) n7utility::internal::DeleteException(exception);
+  if (exception != nullptr) exception->Delete();
 }

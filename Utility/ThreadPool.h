@@ -109,6 +109,7 @@ class N7_EXPORT CThreadPool {
 // every wait, and when it ends leaves the pool and deletes itself (through OnExit and Delete; an
 // override of OnExit that does not call the base keeps the object). Create it with new; its thread
 // owns it once started.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): deleted only through Delete()
 class N7_EXPORT APooledWorkerThread : public APooledThread {
  public:
   CWinThread* GetWinThread() override;
@@ -117,7 +118,8 @@ class N7_EXPORT APooledWorkerThread : public APooledThread {
 
  protected:
   explicit APooledWorkerThread(CThreadPool& pool);
-  // Leaves the pool if a thread was started.
+  // Leaves the pool if a thread was started. Protected: the worker is deleted through Delete(),
+  // which a derived class may override with another way of freeing it.
   virtual ~APooledWorkerThread();
 
  public:
@@ -163,7 +165,10 @@ class N7_EXPORT APooledWorkerThread : public APooledThread {
 // A pooled message-loop thread: work arrives as thread messages, and it counts as idle whenever
 // its queue runs empty while it is not marked busy. It joins its pool in InitInstance and leaves it
 // in ExitInstance; the object is deleted as its CWinThread's auto-delete setting says.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): deleted by its thread
 class N7_EXPORT APooledInterfaceThread : public CWinThread, public APooledThread {
+  DECLARE_DYNAMIC(APooledInterfaceThread)
+
  public:
   CWinThread* GetWinThread() override;
   // Posts WM_QUIT to the thread's queue.
@@ -185,6 +190,7 @@ class N7_EXPORT APooledInterfaceThread : public CWinThread, public APooledThread
 
  protected:
   explicit APooledInterfaceThread(CThreadPool* pool = nullptr);
+  // Protected: the framework deletes the thread object as its auto-delete setting says.
   ~APooledInterfaceThread() override;
 
   // As APooledWorkerThread::OnException.

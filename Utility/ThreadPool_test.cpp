@@ -7,10 +7,13 @@
 #include <memory>
 #include <semaphore>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "Utility/ExceptionWrappers.h"
 #include "platform/ClockFixture_internal.h"
+#include "platform/ComError.h"
 #include "platform/KernelObjects.h"
 #include "platform/LeakCheck_test.h"
 
@@ -40,6 +43,7 @@ class ObservedPool : public CThreadPool {
 };
 
 // A pooled thread without a thread, for the pool's bookkeeping alone.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): never deleted through the base
 class FakeThread final : public APooledThread {
  public:
   CWinThread* GetWinThread() override { return nullptr; }
@@ -66,8 +70,16 @@ TEST(ThreadPoolTest, SelectsTheMostRecentlyReleasedThreadAndCountsEachOnce) {
   EXPECT_EQ(pool.selection_failures, 2);
   EXPECT_EQ(pool.QueryNumThreads(), 2);  // busy threads stay registered
 
+  // A thread removed while idle leaves its count behind: a selection then finds the list empty.
+  pool.ReleaseThread(&a);
   pool.RemoveThread(&a);
   EXPECT_EQ(pool.QueryNumThreads(), 1);
+  try {
+    pool.SelectThread(0);
+    ADD_FAILURE() << "no exception";
+  } catch (CInvalidArgException* exception) {
+    exception->Delete();
+  }
   pool.Shutdown(0);
   EXPECT_EQ(a.quits, 0);
   EXPECT_EQ(b.quits, 1);
@@ -99,6 +111,7 @@ TEST_F(TimedSelectionTest, WaitsForAThreadToGoIdleOrForTheTimeout) {
 }
 
 // A worker whose units of work are the test's functions, run in turn; the last one repeats.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): deletes itself, as workers do
 class ScriptedWorker : public APooledWorkerThread {
  public:
   using Work = std::function<unsigned int()>;
@@ -106,7 +119,7 @@ class ScriptedWorker : public APooledWorkerThread {
       : APooledWorkerThread(pool), script_(std::move(script)), deletions_(deletions) {}
 
   // Written by the worker thread; read by the test once the worker is idle again.
-  std::vector<bool> exceptions_seen;  // true for a framework exception, false for null
+  std::vector<std::string> exceptions_seen;
 
  protected:
   ~ScriptedWorker() override { ++deletions_; }
@@ -116,11 +129,22 @@ class ScriptedWorker : public APooledWorkerThread {
     return work();
   }
   void OnException(CException* exception) override {
-    exceptions_seen.push_back(exception != nullptr);
+    exceptions_seen.push_back(Describe(exception));
     APooledWorkerThread::OnException(exception);
   }
 
  private:
+  static std::string Describe(CException* exception) {
+    if (exception == nullptr) return "null";
+    if (auto* com = dynamic_cast<CComException*>(exception)) {
+      // The wrapper lives only for the call: Delete() must leave it alone.
+      com->Delete();
+      const _com_error& error = *com;
+      return "COM " + std::to_string(static_cast<std::uint32_t>(error.Error()));
+    }
+    return "framework";
+  }
+
   std::vector<Work> script_;
   std::size_t next_ = 0;
   std::atomic<int>& deletions_;
@@ -141,6 +165,7 @@ TEST(PooledWorkerTest, SurvivesThrowingWorkAndEndsWithItsLastResult) {
     auto* worker = new ScriptedWorker(
         pool,
         {[]() -> unsigned int { throw new CResourceException(); },
+         []() -> unsigned int { throw _com_error(E_FAIL); },
          []() -> unsigned int { throw std::runtime_error("not a framework exception"); },
          [] { return 7u; }},
         deletions);
@@ -149,12 +174,13 @@ TEST(PooledWorkerTest, SurvivesThrowingWorkAndEndsWithItsLastResult) {
     pool.AwaitReleases(1);
     EXPECT_EQ(pool.QueryNumThreads(), 1);
 
-    for (int unit = 0; unit < 3; ++unit) {
+    for (int unit = 0; unit < 4; ++unit) {
       ASSERT_EQ(pool.SelectThread(0), worker);
       worker->Continue();
       pool.AwaitReleases(1);  // back on the idle list, exception or not
     }
-    EXPECT_EQ(worker->exceptions_seen, (std::vector<bool>{true, false}));
+    EXPECT_EQ(worker->exceptions_seen,
+              (std::vector<std::string>{"framework", "COM 2147500037", "null"}));
 
     worker->Quit();
     EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
@@ -224,6 +250,7 @@ TEST_F(PooledInterfaceTest, BusyThreadStaysOffTheIdleListUntilItIsDone) {
     pool.AwaitReleases(1);
     ASSERT_EQ(pool.SelectThread(0), &thread);
     EXPECT_EQ(thread.GetWinThread(), &thread);
+    EXPECT_TRUE(thread.IsKindOf(RUNTIME_CLASS(CWinThread)));
 
     thread.SetBusy(TRUE);
     ASSERT_TRUE(thread.PostThreadMessage(WM_USER, 0, 0));

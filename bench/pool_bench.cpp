@@ -41,6 +41,7 @@ class BenchWorker : public APooledWorkerThread {
 // Blocks until all `count` workers of `pool` are idle, and leaves them so.
 void AwaitAllIdle(CThreadPool& pool, int count) {
   std::vector<APooledThread*> idle;
+  idle.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) idle.push_back(pool.SelectThread(INFINITE));
   for (APooledThread* thread : idle) pool.ReleaseThread(thread);
 }
@@ -131,11 +132,12 @@ BENCHMARK(BM_CondVarQueueRoundTrip)->Arg(1)->Arg(2)->Arg(8)->UseRealTime();
 class PoolRatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
+    // With repetitions the median, reported after the single runs, is the figure kept.
     for (const Run& run : runs) {
       const auto items = run.counters.find("items_per_second");
-      if (run.run_type == Run::RT_Iteration && items != run.counters.end()) {
-        per_second_[run.benchmark_name()] = items->second.value;
-      }
+      const bool figure = run.run_type == Run::RT_Iteration || run.aggregate_name == "median";
+      if (figure && items != run.counters.end())
+        per_second_[run.run_name.str()] = items->second.value;
     }
     ConsoleReporter::ReportRuns(runs);
   }

@@ -2,9 +2,11 @@
 #pragma once
 
 // Platform layer: Win32 and framework names over Linux.
+#include "platform/Archive.h"
 #include "platform/CString.h"
 #include "platform/Clock.h"
 #include "platform/ComError.h"
+#include "platform/Document.h"
 #include "platform/EventLog.h"
 #include "platform/Exceptions.h"
 #include "platform/File.h"
@@ -12,6 +14,8 @@
 #include "platform/KernelObjects.h"
 #include "platform/LocalMemory.h"
 #include "platform/ManualClock.h"
+#include "platform/Map.h"
+#include "platform/MemFile.h"
 #include "platform/MessageBox.h"
 #include "platform/ModuleState.h"
 #include "platform/N7DateTime.h"
@@ -55,6 +59,8 @@
 #include "Utility/DirectoryChangeNotifier.h"
 #include "Utility/EventLog.h"
 #include "Utility/ExceptionWrappers.h"
+#include "Utility/IStringAndDwordMapper.h"
+#include "Utility/N7Document.h"
 #include "Utility/ReadWriteLock.h"
 #include "Utility/RegistryKey.h"
 #include "Utility/ResourceMgr.h"

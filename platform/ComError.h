@@ -82,6 +82,7 @@ N7_EXPORT UINT SysStringLen(BSTR text);
 // The base of every COM interface: reference counting and interface queries. An object frees
 // itself when its last reference is released; its destructor is virtual (and not public) so
 // that implementations can be destroyed through their own Release.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor)
 class IUnknown {
  public:
   virtual HRESULT QueryInterface(REFIID iid, void** object) = 0;
@@ -89,11 +90,11 @@ class IUnknown {
   virtual ULONG Release() = 0;
 
  protected:
-  // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): see above
   virtual ~IUnknown() = default;
 };
 
 // What an object reports about the error it just returned.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): as IUnknown's
 class IErrorInfo : public IUnknown {
  public:
   virtual HRESULT GetGUID(GUID* guid) = 0;
@@ -103,7 +104,6 @@ class IErrorInfo : public IUnknown {
   virtual HRESULT GetHelpContext(DWORD* help_context) = 0;
 
  protected:
-  // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): as IUnknown's
   ~IErrorInfo() override = default;
 };
 

@@ -25,6 +25,7 @@ TEST(EventLogAppendTest, ConcurrentReportsKeepEveryLineWhole) {
   HANDLE shared = RegisterEventSourceW(nullptr, L"Shared");
   ASSERT_NE(shared, nullptr);
   std::vector<HANDLE> own;
+  own.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) own.push_back(RegisterEventSourceW(nullptr, L"Own"));
 
   // Long strings make a torn write show up as a broken line.
@@ -32,6 +33,7 @@ TEST(EventLogAppendTest, ConcurrentReportsKeepEveryLineWhole) {
   LPCWSTR strings[] = {payload.c_str()};
   std::latch start(kThreads);
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       start.arrive_and_wait();

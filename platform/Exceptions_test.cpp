@@ -75,7 +75,11 @@ TEST(ExceptionTest, AfxThrowsArePointersToTheirKind) {
     EXPECT_STREQ(buffer, L"Encountered an improper argument.");
     e->Delete();
   }
-  EXPECT_THROW(AfxThrowResourceException(), CResourceException*);
+  try {
+    AfxThrowResourceException();
+  } catch (CResourceException* e) {
+    e->Delete();
+  }
 }
 
 TEST_F(ReportErrorTest, ShowsTheTextOrTheFallback) {

@@ -103,6 +103,29 @@ int CauseOf(int error) {
   throw new CFileException(CauseOf(error), error, file_name);
 }
 
+int IoCauseOf(int error) {
+  switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return CFileException::diskFull;
+    case EINVAL:
+    case ESPIPE:
+      return CFileException::badSeek;
+    case EBADF:
+      return CFileException::accessDenied;
+    default:
+      return CFileException::hardIO;
+  }
+}
+
+// Reading, writing or seeking failed with errno: a full disk, a file that is not open, a failing
+// device.
+[[noreturn]] void ThrowIoError() {
+  const int error = errno;
+  throw new CFileException(IoCauseOf(error), error, nullptr);
+}
+
 }  // namespace
 }  // namespace n7platform::internal
 
@@ -165,6 +188,8 @@ CFileException::CFileException(int cause, LONG os_error, LPCWSTR file_name)
 
 CFileException::~CFileException() = default;
 
+IMPLEMENT_DYNAMIC(CFile, CObject)
+
 CFile::~CFile() {
   if (fd_ >= 0) close(fd_);
 }
@@ -211,4 +236,55 @@ void CFile::Remove(LPCWSTR file_name) {
   const std::optional<std::string> native = NativePath(file_name);
   if (!native) n7platform::internal::ThrowFileException(ENOENT, file_name);
   if (unlink(native->c_str()) != 0) n7platform::internal::ThrowFileException(errno, file_name);
+}
+
+UINT CFile::Read(void* buffer, UINT count) {
+  auto* bytes = static_cast<unsigned char*>(buffer);
+  UINT done = 0;
+  while (done < count) {
+    const ssize_t got = read(fd_, bytes + done, count - done);
+    if (got == 0) break;
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      n7platform::internal::ThrowIoError();
+    }
+    done += static_cast<UINT>(got);
+  }
+  return done;
+}
+
+void CFile::Write(const void* buffer, UINT count) {
+  const auto* bytes = static_cast<const unsigned char*>(buffer);
+  UINT done = 0;
+  while (done < count) {
+    const ssize_t put = write(fd_, bytes + done, count - done);
+    if (put < 0) {
+      if (errno == EINTR) continue;
+      n7platform::internal::ThrowIoError();
+    }
+    done += static_cast<UINT>(put);
+  }
+}
+
+ULONGLONG CFile::Seek(LONGLONG offset, UINT from) {
+  const int whence = from == current ? SEEK_CUR : from == end ? SEEK_END : SEEK_SET;
+  const off_t position = lseek(fd_, offset, whence);
+  if (position < 0) n7platform::internal::ThrowIoError();
+  return static_cast<ULONGLONG>(position);
+}
+
+ULONGLONG CFile::GetPosition() const {
+  const off_t position = lseek(fd_, 0, SEEK_CUR);
+  if (position < 0) n7platform::internal::ThrowIoError();
+  return static_cast<ULONGLONG>(position);
+}
+
+ULONGLONG CFile::GetLength() const {
+  struct stat info {};
+  if (fstat(fd_, &info) != 0) n7platform::internal::ThrowIoError();
+  return static_cast<ULONGLONG>(info.st_size);
+}
+
+void CFile::Flush() {
+  if (fd_ >= 0 && fsync(fd_) != 0 && errno != EINVAL) n7platform::internal::ThrowIoError();
 }

@@ -7,6 +7,7 @@
 
 #include "platform/CString.h"
 #include "platform/Exceptions.h"
+#include "platform/Object.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
@@ -43,6 +44,7 @@ N7_EXPORT DWORD GetTempPathW(DWORD buffer_length, LPWSTR buffer);
 class N7_EXPORT CFileException : public CException {
  public:
   enum { none = 0, genericException = 1, fileNotFound = 2, badPath = 3, accessDenied = 5 };
+  enum { badSeek = 9, hardIO = 10, diskFull = 13, endOfFile = 14 };
 
   explicit CFileException(int cause = none, LONG os_error = -1, LPCWSTR file_name = nullptr);
   ~CFileException() override;
@@ -53,7 +55,11 @@ class N7_EXPORT CFileException : public CException {
 };
 
 // The framework's file object: one open file, closed on destruction. Only what the library uses.
-class N7_EXPORT CFile {
+// Reading, writing and seeking are virtual so that other kinds of file (CMemFile) can stand in for
+// a file on disk; they throw CFileException* on failure.
+class N7_EXPORT CFile : public CObject {
+  DECLARE_DYNAMIC(CFile)
+
  public:
   enum OpenFlags : UINT {
     modeRead = 0x0000,
@@ -63,8 +69,10 @@ class N7_EXPORT CFile {
     modeNoTruncate = 0x2000,  // with modeCreate: keeps an existing file's contents
   };
 
+  enum SeekPosition : UINT { begin = 0, current = 1, end = 2 };
+
   CFile() = default;
-  ~CFile();
+  ~CFile() override;
   CFile(const CFile&) = delete;
   CFile& operator=(const CFile&) = delete;
 
@@ -72,6 +80,19 @@ class N7_EXPORT CFile {
   BOOL Open(LPCWSTR file_name, UINT open_flags, CFileException* error = nullptr);
   // Throws CFileException* when closing reports an error. Does nothing for a closed file.
   void Close();
+
+  // Reads up to `count` bytes; fewer only at the end of the file.
+  virtual UINT Read(void* buffer, UINT count);
+  // Writes all `count` bytes.
+  virtual void Write(const void* buffer, UINT count);
+  // Moves the file position by `offset` from `from` (begin, current or end); the new position.
+  virtual ULONGLONG Seek(LONGLONG offset, UINT from);
+  void SeekToBegin() { Seek(0, begin); }
+  ULONGLONG SeekToEnd() { return Seek(0, end); }
+  virtual ULONGLONG GetPosition() const;
+  virtual ULONGLONG GetLength() const;
+  // Makes what was written durable (fsync).
+  virtual void Flush();
 
   // Deletes the file; throws CFileException* on failure.
   static void Remove(LPCWSTR file_name);

@@ -50,20 +50,5 @@ inline constexpr DWORD FORMAT_MESSAGE_MAX_WIDTH_MASK = 0x000000FFu;
 // The system has no text for the message number.
 inline constexpr DWORD ERROR_MR_MID_NOT_FOUND = 317;
 
-inline constexpr WORD LANG_NEUTRAL = 0x00;
-inline constexpr WORD LANG_ENGLISH = 0x09;
-inline constexpr WORD SUBLANG_NEUTRAL = 0x00;
-inline constexpr WORD SUBLANG_DEFAULT = 0x01;
-inline constexpr WORD SUBLANG_SYS_DEFAULT = 0x02;
-inline constexpr WORD SUBLANG_ENGLISH_US = 0x01;
-
-// NOLINTBEGIN(readability-identifier-naming): the Win32 names
-constexpr WORD MAKELANGID(WORD primary, WORD sub) {
-  return static_cast<WORD>((sub << 10) | primary);
-}
-constexpr WORD PRIMARYLANGID(DWORD language) { return static_cast<WORD>(language & 0x3FFu); }
-constexpr WORD SUBLANGID(DWORD language) { return static_cast<WORD>((language >> 10) & 0x3Fu); }
-// NOLINTEND(readability-identifier-naming)
-
 N7_EXPORT DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD message_id, DWORD language_id,
                                LPWSTR buffer, DWORD size, va_list* arguments);

@@ -53,6 +53,12 @@ struct N7_EXPORT CRuntimeClass {
   // A new object of the class of that name, or null when there is none or it is not creatable.
   static CObject* CreateObject(LPCSTR class_name);
   static CObject* CreateObject(LPCWSTR class_name);
+
+  // Writes the class's schema and name, as an archive records a class it meets first.
+  void Store(CArchive& ar) const;
+  // Reads what Store wrote: the registered class of that name (null when there is none) and, in
+  // `schema`, the schema the archive was written with.
+  static CRuntimeClass* Load(CArchive& ar, UINT* schema);
 };
 
 // Enters a class record in the registry; the IMPLEMENT_ macros do it when the module loads.

@@ -54,16 +54,27 @@ std::optional<Hive> PredefinedHive(HKEY key) {
   return std::nullopt;
 }
 
+// The environment is read once per store set-up, under the registry's section.
+const char* Environment(const char* name) {
+  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
+  return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
 std::string HomeDirectory() {
-  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
-  const passwd* entry = getpwuid(geteuid());
-  return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "/tmp";
+  if (const char* home = Environment("HOME")) return home;
+  passwd entry{};
+  passwd* found = nullptr;
+  std::vector<char> buffer(16384);
+  if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
+      found != nullptr && entry.pw_dir != nullptr)
+    return entry.pw_dir;
+  return "/tmp";
 }
 
 std::string DefaultDirectory() {
-  if (const char* dir = std::getenv("N7_REGISTRY_DIR"); dir != nullptr && *dir != '\0') return dir;
+  if (const char* dir = Environment("N7_REGISTRY_DIR")) return dir;
   if (geteuid() == 0) return "/var/lib/n7utility/registry";
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
+  if (const char* state = Environment("XDG_STATE_HOME"); state != nullptr && *state == '/')
     return std::string(state) + "/n7utility/registry";
   return HomeDirectory() + "/.local/state/n7utility/registry";
 }

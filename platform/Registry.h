@@ -39,7 +39,8 @@
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
-using HKEY = struct HKEY__*;
+// An opaque reference to an open key (never dereferenced).
+using HKEY = struct N7RegistryKey*;
 using PHKEY = HKEY*;
 using LSTATUS = LONG;
 using ACCESS_MASK = DWORD;

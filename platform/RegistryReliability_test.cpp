@@ -21,8 +21,6 @@
 #include "platform/Registry.h"
 #include "platform/RegistryFixture_internal.h"
 
-extern char** environ;
-
 namespace n7platform {
 namespace {
 
@@ -107,6 +105,7 @@ class Child {
     posix_spawn_file_actions_addclose(&actions, fds[0]);
     args.insert(args.begin(), "/proc/self/exe");
     std::vector<char*> argv;
+    argv.reserve(args.size() + 1);
     for (std::string& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
     if (posix_spawn(&pid_, "/proc/self/exe", &actions, nullptr, argv.data(), environ) != 0)

@@ -24,6 +24,9 @@ constexpr std::int64_t kLogKept = 1024;
 constexpr std::int64_t kLogPruneInterval = 256;
 constexpr const char* kFormat = "1";
 
+// Key ids are never reused (AUTOINCREMENT), so a handle to a deleted key never reaches a new
+// one. The change log needs no AUTOINCREMENT (which would write one more page per commit): its
+// newest entry is never pruned, so each new entry is numbered one past the last.
 constexpr std::string_view kSchema = R"sql(
 CREATE TABLE meta(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE keys(
@@ -43,8 +46,7 @@ CREATE TABLE vals(
   type INTEGER NOT NULL,
   data BLOB NOT NULL);
 CREATE UNIQUE INDEX vals_by_name ON vals(key, folded);
-CREATE TABLE changes(seq INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL,
-                     kinds INTEGER NOT NULL);
+CREATE TABLE changes(seq INTEGER PRIMARY KEY, path TEXT NOT NULL, kinds INTEGER NOT NULL);
 INSERT INTO keys(id, parent, name, folded, class, last_write) VALUES(1, 0, '', '', '', 0);
 INSERT INTO meta VALUES('format', '1');
 )sql";

@@ -516,6 +516,7 @@ TEST_F(RegistryTest, ThreadsWriteOneKeyAtOnce) {
   ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, L"Software\\Threads", key), 0);
   constexpr int kThreads = 4, kValues = 200;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&key, t] {
       for (int i = 0; i < kValues; ++i) {

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/FormatMessage.h"
 #include "platform/KernelObjects.h"
 #include "platform/Resources_internal.h"
 #include "platform/WideText_internal.h"
@@ -322,6 +323,19 @@ HMODULE LoadLibraryExW(LPCWSTR file_name, HANDLE file, DWORD flags) {
     return nullptr;
   }
   return LoadLibraryW(file_name);
+}
+
+FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
+  const std::optional<ModuleInfo> info = Describe(module);
+  void* handle = info ? OpenLoaded(*info) : nullptr;
+  if (handle == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  void* symbol = name != nullptr ? dlsym(handle, name) : nullptr;
+  dlclose(handle);
+  if (symbol == nullptr) SetLastError(ERROR_PROC_NOT_FOUND);
+  return reinterpret_cast<FARPROC>(symbol);
 }
 
 BOOL FreeLibrary(HMODULE module) {

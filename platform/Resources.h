@@ -32,7 +32,6 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FormatMessage.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
@@ -82,11 +81,8 @@ inline LPWSTR MakeIntResourceW(WORD id) {
 #define RT_HTML MAKEINTRESOURCEW(23)
 #define RT_MANIFEST MAKEINTRESOURCEW(24)
 
-// The language identifiers (MAKELANGID, LANG_NEUTRAL, ...) come from platform/FormatMessage.h.
-inline constexpr WORD LANG_GERMAN = 0x07;
-inline constexpr WORD LANG_FRENCH = 0x0C;
-
 inline constexpr DWORD ERROR_MOD_NOT_FOUND = 126;
+inline constexpr DWORD ERROR_PROC_NOT_FOUND = 127;
 inline constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
 inline constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
 inline constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
@@ -113,6 +109,13 @@ N7_EXPORT HMODULE LoadLibraryW(LPCWSTR file_name);
 // does: a resource module runs no code of its own. Other flags fail with ERROR_INVALID_PARAMETER.
 N7_EXPORT HMODULE LoadLibraryExW(LPCWSTR file_name, HANDLE file, DWORD flags);
 N7_EXPORT BOOL FreeLibrary(HMODULE module);
+
+// An exported function, as the caller casts it to its real type.
+using FARPROC = void (*)();
+// The address of the symbol `name` of a loaded module (null: the main program and the libraries
+// loaded with it); null with ERROR_PROC_NOT_FOUND when the module has no such symbol, or
+// ERROR_INVALID_HANDLE when `module` is no loaded module.
+N7_EXPORT FARPROC GetProcAddress(HMODULE module, LPCSTR name);
 
 // ---- Resources ----
 
@@ -154,7 +157,8 @@ N7_EXPORT std::wstring_view StringFromBlock(const void* block, DWORD size, UINT 
 
 // The text of message `id` in the module's message table (null: the main program), in the
 // language asked for or the fallbacks of FindResourceExW; none, with the last error set
-// (ERROR_MR_MID_NOT_FOUND for an id the table lacks), when there is none.
+// (ERROR_MR_MID_NOT_FOUND, platform/FormatMessage.h, for an id the table lacks), when there is
+// none.
 N7_EXPORT std::optional<std::wstring> LoadMessageText(HMODULE module, DWORD id, WORD language);
 
 }  // namespace n7platform

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/FormatMessage.h"
 #include "platform/KernelObjects.h"
 
 namespace {

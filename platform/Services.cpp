@@ -35,7 +35,7 @@ struct BusError {
   BusError& operator=(const BusError&) = delete;
   ~BusError() { sd_bus_error_free(&error); }
   bool Is(const char* name) const { return sd_bus_error_has_name(&error, name) != 0; }
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};  // SD_BUS_ERROR_NULL, which is a C compound literal
 };
 
 struct MessageUnref {

@@ -21,8 +21,8 @@
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
-struct SC_HANDLE__;
-using SC_HANDLE = SC_HANDLE__*;
+// An opaque reference to the service manager or a service (never dereferenced).
+using SC_HANDLE = struct N7ServiceControlHandle*;
 
 struct SERVICE_STATUS {
   DWORD dwServiceType;

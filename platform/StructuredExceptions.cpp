@@ -88,7 +88,9 @@ ULONG_PTR AccessKind(const mcontext_t& registers) {
 void FillRecord(int signal_number, const siginfo_t& info, const ucontext_t& context,
                 EXCEPTION_RECORD& record) {
   record.ExceptionCode = ExceptionCode(signal_number, info.si_code);
-  record.ExceptionAddress = reinterpret_cast<PVOID>(context.uc_mcontext.gregs[REG_RIP]);
+  // The instruction pointer is the address of the faulting instruction.
+  const greg_t rip = context.uc_mcontext.gregs[REG_RIP];
+  record.ExceptionAddress = reinterpret_cast<PVOID>(rip);  // NOLINT(performance-no-int-to-ptr)
   if (signal_number == SIGSEGV || signal_number == SIGBUS) {
     record.NumberParameters = 2;
     record.ExceptionInformation[0] = AccessKind(context.uc_mcontext);

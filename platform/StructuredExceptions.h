@@ -24,6 +24,9 @@
 //   heap. Translate faults of ordinary code, not of the memory manager.
 // - The record and the context behind EXCEPTION_POINTERS live only during the call; a translator
 //   copies what it keeps.
+// - Under ThreadSanitizer the handler runs from the sanitizer's own signal frames, which have no
+//   unwind information: a translator's exception cannot leave them and the process terminates.
+//   Fault translation needs a build without ThreadSanitizer.
 // - Stack overflows are not translated (there is no stack left to run the handler on); they end
 //   the process.
 #pragma once

@@ -7,6 +7,8 @@
 
 #include <thread>
 
+#include "platform/Faults_test.h"
+
 namespace {
 
 // What the test translator keeps of a fault.
@@ -20,16 +22,9 @@ void ThrowFault(unsigned code, EXCEPTION_POINTERS* pointers) {
   throw Fault{code, *pointers->ExceptionRecord, *pointers->ContextRecord};
 }
 
-// Opaque to the optimiser, so the faults happen at run time.
-int* volatile g_null = nullptr;
-volatile int g_zero = 0;
-
-// The sanitizers would report these operations before the processor faults.
-[[gnu::noinline, gnu::no_sanitize("address", "undefined")]] int ReadNull() { return *g_null; }
-[[gnu::noinline, gnu::no_sanitize("address", "undefined")]] void WriteNull() { *g_null = 1; }
-[[gnu::noinline, gnu::no_sanitize("undefined")]] int DivideByZero(int value) {
-  return value / g_zero;
-}
+using n7platform::testing::DivideByZero;
+using n7platform::testing::ReadNull;
+using n7platform::testing::WriteNull;
 
 template <typename Operation>
 Fault CatchFault(Operation operation) {
@@ -54,6 +49,7 @@ TEST(SeTranslatorTest, InstalledPerThreadReturningThePreviousOne) {
 }
 
 TEST(SeTranslatorTest, FaultsReachTheTranslatorWithTheirRegistersAndTheThreadGoesOn) {
+  if (!n7platform::testing::kFaultsUnwind) GTEST_SKIP() << "faults cannot unwind in this build";
   std::thread([] {
     _set_se_translator(&ThrowFault);
     const Fault read = CatchFault([] { ReadNull(); });

@@ -41,11 +41,14 @@ class ThreadObject final : public KernelObject {
 };
 
 // Threads begun and not finished, and how AwaitLiveThreadCount learns that the count dropped.
-std::size_t live_threads GUARDED_BY(KernelLock()) = 0;
+struct LiveThreads {
+  std::size_t count GUARDED_BY(KernelLock()) = 0;
+  std::condition_variable dropped;
+};
 
-std::condition_variable& LiveThreadsChanged() {
-  static NoDestructor<std::condition_variable> changed;
-  return *changed;
+LiveThreads& Live() {
+  static NoDestructor<LiveThreads> live;
+  return *live;
 }
 
 thread_local CWinThread* t_current_thread = nullptr;
@@ -98,8 +101,8 @@ void* ThreadMain(void* argument) {
   delete to_delete;
   t_current_thread = nullptr;
   KernelGuard guard;
-  --live_threads;
-  LiveThreadsChanged().notify_all();
+  --Live().count;
+  Live().dropped.notify_all();
   return nullptr;
 }
 
@@ -139,13 +142,13 @@ bool IsPriorityLevel(int priority) {
 
 }  // namespace
 
-std::size_t LiveThreadCount() { return live_threads; }
+std::size_t LiveThreadCount() { return Live().count; }
 
 bool AwaitLiveThreadCount(std::size_t count, std::chrono::milliseconds limit) {
   KernelGuard guard;
-  return LiveThreadsChanged().wait_for(guard.lock(), limit, [count] {
+  return Live().dropped.wait_for(guard.lock(), limit, [count] {
     KernelLock().AssertHeld();
-    return live_threads <= count;
+    return Live().count <= count;
   });
 }
 
@@ -191,7 +194,7 @@ BOOL CWinThread::CreateThread(DWORD flags, UINT stack_size, LPSECURITY_ATTRIBUTE
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return FALSE;
   }
-  ++n7platform::internal::live_threads;
+  ++n7platform::internal::Live().count;
   object->changed.wait(guard.lock(), [&] {
     n7platform::internal::KernelLock().AssertHeld();
     return object->started;
@@ -256,15 +259,42 @@ BOOL CWinThread::SetThreadPriority(int priority) {
   return TRUE;
 }
 
-CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param, int priority, UINT stack_size,
-                           DWORD flags, LPSECURITY_ATTRIBUTES security) {
-  auto thread = std::make_unique<CWinThread>(proc, param);
+IMPLEMENT_DYNAMIC(CWinThread, CObject)
+
+namespace n7platform::internal {
+namespace {
+
+// Creates `thread`'s thread with its priority; it runs at once unless CREATE_SUSPENDED is asked.
+CWinThread* BeginThread(std::unique_ptr<CWinThread> thread, int priority, UINT stack_size,
+                        DWORD flags, LPSECURITY_ATTRIBUTES security) {
   if (!thread->CreateThread(flags | CREATE_SUSPENDED, stack_size, security)) return nullptr;
   thread->SetThreadPriority(priority);
   // Once resumed, an auto-deleting thread may end and delete itself at any moment.
   CWinThread* started = thread.release();
   if ((flags & CREATE_SUSPENDED) == 0) started->ResumeThread();
   return started;
+}
+
+}  // namespace
+}  // namespace n7platform::internal
+
+CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param, int priority, UINT stack_size,
+                           DWORD flags, LPSECURITY_ATTRIBUTES security) {
+  return n7platform::internal::BeginThread(std::make_unique<CWinThread>(proc, param), priority,
+                                           stack_size, flags, security);
+}
+
+CWinThread* AfxBeginThread(CRuntimeClass* thread_class, int priority, UINT stack_size, DWORD flags,
+                           LPSECURITY_ATTRIBUTES security) {
+  CObject* object = thread_class != nullptr ? thread_class->CreateObject() : nullptr;
+  CWinThread* thread = DYNAMIC_DOWNCAST(CWinThread, object);
+  if (thread == nullptr) {
+    delete object;
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
+  return n7platform::internal::BeginThread(std::unique_ptr<CWinThread>(thread), priority,
+                                           stack_size, flags, security);
 }
 
 BOOL CWinThread::PostThreadMessage(UINT message, WPARAM wparam, LPARAM lparam) {

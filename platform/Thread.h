@@ -14,6 +14,7 @@
 
 #include <cstdint>
 
+#include "platform/Object.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
@@ -32,7 +33,7 @@ inline constexpr DWORD STILL_ACTIVE = 259;
 inline constexpr DWORD MAXIMUM_SUSPEND_COUNT = 127;
 
 // Messages. There are no windows, so a window handle is always null.
-using HWND = struct HWND__*;
+using HWND = struct HWND_opaque*;
 using WPARAM = std::uintptr_t;
 using LPARAM = std::intptr_t;
 
@@ -91,13 +92,15 @@ inline BOOL PeekMessage(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max, 
   return PeekMessageW(msg, hwnd, filter_min, filter_max, remove);
 }
 
-class N7_EXPORT CWinThread {
+class N7_EXPORT CWinThread : public CObject {
+  DECLARE_DYNAMIC(CWinThread)
+
  public:
   // A message-loop thread; derive from CWinThread and override InitInstance and friends.
   CWinThread();
   // A worker thread running proc(param).
   CWinThread(AFX_THREADPROC proc, LPVOID param);
-  virtual ~CWinThread();
+  ~CWinThread() override;
   CWinThread(const CWinThread&) = delete;
   CWinThread& operator=(const CWinThread&) = delete;
 
@@ -156,6 +159,14 @@ class N7_EXPORT CWinThread {
 // Begins a worker thread running proc(param). Returns once the new thread has started and taken
 // its parameters (or, when created suspended, is ready to be resumed); null when it cannot start.
 N7_EXPORT CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param,
+                                     int priority = THREAD_PRIORITY_NORMAL, UINT stack_size = 0,
+                                     DWORD flags = 0, LPSECURITY_ATTRIBUTES security = nullptr);
+
+// Creates an object of `thread_class` (a class derived from CWinThread and creatable by name,
+// DECLARE_DYNCREATE) and begins its message-loop thread, as the worker form does. Null with
+// ERROR_INVALID_PARAMETER when the class cannot be created or is no CWinThread, with the object
+// deleted.
+N7_EXPORT CWinThread* AfxBeginThread(CRuntimeClass* thread_class,
                                      int priority = THREAD_PRIORITY_NORMAL, UINT stack_size = 0,
                                      DWORD flags = 0, LPSECURITY_ATTRIBUTES security = nullptr);
 

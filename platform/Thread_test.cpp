@@ -239,6 +239,41 @@ class LoopThread : public CWinThread {
   std::vector<UINT> handled;
 };
 
+// Ends its message loop at once with exit code 3.
+class QuitAtOnceThread : public CWinThread {
+  DECLARE_DYNCREATE(QuitAtOnceThread)
+
+ public:
+  BOOL InitInstance() override {
+    PostQuitMessage(3);
+    return TRUE;
+  }
+};
+IMPLEMENT_DYNCREATE(QuitAtOnceThread, CWinThread)
+
+TEST(ThreadTest, BeginsAThreadOfARuntimeClass) {
+  const LeakCheck leaks;
+  CWinThread* thread =
+      AfxBeginThread(RUNTIME_CLASS(QuitAtOnceThread), THREAD_PRIORITY_NORMAL, 0, CREATE_SUSPENDED);
+  ASSERT_NE(thread, nullptr);
+  EXPECT_TRUE(thread->IsKindOf(RUNTIME_CLASS(QuitAtOnceThread)));
+  HANDLE handle = nullptr;
+  ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), *thread, GetCurrentProcess(), &handle, 0, FALSE,
+                              DUPLICATE_SAME_ACCESS));
+  thread->ResumeThread();  // it deletes itself as it ends
+  EXPECT_EQ(WaitForSingleObject(handle, INFINITE), WAIT_OBJECT_0);
+  DWORD code = 0;
+  EXPECT_TRUE(GetExitCodeThread(handle, &code));
+  EXPECT_EQ(code, 3u);
+  CloseHandle(handle);
+
+  // A class that cannot be created by name begins nothing.
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(AfxBeginThread(RUNTIME_CLASS(CWinThread)), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  leaks.ExpectNoLeaks();
+}
+
 using MessageLoopTest = ManualClockTest;
 
 TEST_F(MessageLoopTest, RunsIdlePassesWhileTheQueueIsEmptyAndEndsAtQuit) {

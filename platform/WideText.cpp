@@ -23,7 +23,7 @@ std::optional<std::string> ToUtf8(std::wstring_view text) {
   out.reserve(text.size());
   for (const wchar_t unit : text) {
     // wchar_t holds UTF-32 here; a negative value is no code point and fails the range test.
-    const auto c = static_cast<std::uint32_t>(unit);
+    const auto c = static_cast<std::uint32_t>(unit);  // NOLINT(bugprone-signed-char-misuse)
     if (!IsCodePoint(c)) return std::nullopt;
     if (c < 0x80) {
       out += static_cast<char>(c);

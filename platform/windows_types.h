@@ -84,3 +84,21 @@ struct SYSTEMTIME {
   WORD wSecond;
   WORD wMilliseconds;
 };
+
+// Language identifiers: a primary language in the low 10 bits, a sublanguage above it.
+inline constexpr WORD LANG_NEUTRAL = 0x00;
+inline constexpr WORD LANG_GERMAN = 0x07;
+inline constexpr WORD LANG_ENGLISH = 0x09;
+inline constexpr WORD LANG_FRENCH = 0x0C;
+inline constexpr WORD SUBLANG_NEUTRAL = 0x00;
+inline constexpr WORD SUBLANG_DEFAULT = 0x01;
+inline constexpr WORD SUBLANG_SYS_DEFAULT = 0x02;
+inline constexpr WORD SUBLANG_ENGLISH_US = 0x01;
+
+// NOLINTBEGIN(readability-identifier-naming): the Win32 names
+constexpr WORD MAKELANGID(WORD primary, WORD sub) {
+  return static_cast<WORD>((sub << 10) | primary);
+}
+constexpr WORD PRIMARYLANGID(DWORD language) { return static_cast<WORD>(language & 0x3FFu); }
+constexpr WORD SUBLANGID(DWORD language) { return static_cast<WORD>((language >> 10) & 0x3Fu); }
+// NOLINTEND(readability-identifier-naming)

@@ -1,5 +1,6 @@
 // n7util demo: the library's main job end to end on the default setup, as a list of steps that
 // each say what they do as they go and check that the library behaved as expected.
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <iostream>
 #include <iterator>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -14,12 +16,16 @@
 
 #include "Utility/Authentication.h"
 #include "Utility/Date.h"
+#include "Utility/EventLog.h"
+#include "Utility/RegistryKey.h"
 #include "Utility/Scheduler.h"
 #include "Utility/StringTable.h"
+#include "Utility/ThreadPool.h"
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
 #include "core/trace.h"
+#include "platform/KernelObjects.h"
 #include "platform/N7DateTime.h"
 #include "platform/NoDestructor.h"
 #include "srp_login.h"
@@ -319,6 +325,162 @@ bool date_step(std::ostream& out) {
   return true;
 }
 
+// ---- Thread pool ----
+
+constexpr unsigned long kPoolTimeoutMs = 10000;
+
+// A pooled worker that adds the square of its input to a shared total; a negative input throws.
+class SquaringWorker final : public APooledWorkerThread {
+ public:
+  SquaringWorker(CThreadPool& pool, char name, std::atomic<int>& total, std::atomic<int>& failures)
+      : APooledWorkerThread(pool), name_(name), total_(total), failures_(failures) {}
+
+  char name() const { return name_; }
+  // Set before Continue(), which hands it over to the worker's thread.
+  void set_input(int input) { input_ = input; }
+
+ protected:
+  unsigned int OnWork() override {
+    if (input_ < 0) throw std::domain_error("no square of a negative input here");
+    total_ += input_ * input_;
+    return 0;
+  }
+  void OnException(CException* exception) override {
+    ++failures_;
+    APooledWorkerThread::OnException(exception);
+  }
+
+ private:
+  const char name_;
+  std::atomic<int> input_ = 0;
+  std::atomic<int>& total_;
+  std::atomic<int>& failures_;
+};
+
+// Selects every worker, so that all are known to be idle, and puts them back.
+bool await_idle_workers(CThreadPool& pool, int count) {
+  std::vector<APooledThread*> idle;
+  for (int i = 0; i < count; ++i) {
+    APooledThread* thread = pool.SelectThread(kPoolTimeoutMs);
+    if (thread == nullptr) break;
+    idle.push_back(thread);
+  }
+  for (APooledThread* thread : idle) pool.ReleaseThread(thread);
+  if (idle.size() == static_cast<std::size_t>(count)) return true;
+  print_error("thread pool: only " + std::to_string(idle.size()) + " of " + std::to_string(count) +
+              " workers went idle");
+  return false;
+}
+
+bool pool_step(std::ostream& out) {
+  constexpr int kInputs[] = {1, 2, -3, 4, 5};
+  std::atomic<int> total = 0;
+  std::atomic<int> failures = 0;
+  CThreadPool pool;
+  for (char name : {'A', 'B'}) (new SquaringWorker(pool, name, total, failures))->Start();
+  if (!await_idle_workers(pool, 2)) return false;
+  out << "  two workers started and idle; the most recently idle one is selected first\n";
+  for (int input : kInputs) {
+    auto* worker = static_cast<SquaringWorker*>(pool.SelectThread(kPoolTimeoutMs));
+    if (worker == nullptr) {
+      print_error("thread pool: no worker became idle");
+      return false;
+    }
+    out << "  input " << input << " -> worker " << worker->name() << std::endl;
+    worker->set_input(input);
+    worker->Continue();
+  }
+  if (!await_idle_workers(pool, 2)) return false;
+  pool.Shutdown(kPoolTimeoutMs);
+  out << "  sum of squares " << total << ", " << failures
+      << " unit(s) failed and went to OnException; " << pool.QueryNumThreads()
+      << " thread(s) left after Shutdown\n";
+  if (total != 46 || failures != 1 || pool.QueryNumThreads() != 0) {
+    print_error("thread pool: expected the sum 46, one failure and no thread left");
+    return false;
+  }
+  return true;
+}
+
+// ---- Event log ----
+
+bool eventlog_step(std::ostream& out) {
+  const wchar_t* const source = L"n7util demo";
+  const wchar_t* const message_file = L"/usr/share/n7utility/demo-messages";
+  const DWORD added = AddEventSource(source, message_file, 0);
+  if (added != ERROR_SUCCESS) {
+    print_error("event log: AddEventSource failed with error " + std::to_string(added));
+    return false;
+  }
+  const char* registry = std::getenv("N7_REGISTRY_DIR");  // NOLINT(concurrency-mt-unsafe)
+  out << "  AddEventSource(\"n7util demo\") registered the source in the registry ("
+      << (registry != nullptr ? registry : "the default store") << ")\n";
+
+  CEventLog log(source);
+  log.LogMessage(0x40000001u, 0, nullptr, 1, L"the demo reports an event");
+  const char* file = std::getenv("N7_EVENTLOG_FILE");  // NOLINT(concurrency-mt-unsafe)
+  out << "  LogMessage(0x40000001, \"the demo reports an event\"): information, to "
+      << (file != nullptr ? file : "the system log") << '\n';
+
+  CString stored;
+  DWORD types = 0;
+  const DWORD queried = QueryEventMessageFile(source, stored, &types);
+  out << "  QueryEventMessageFile read back \"" << n7core::to_string(stored.str()) << "\", types "
+      << types << '\n';
+  if (queried != ERROR_SUCCESS || !(stored == message_file) || types != 7) {
+    print_error("event log: the registration read back is not what was written (error " +
+                std::to_string(queried) + ")");
+    return false;
+  }
+  return true;
+}
+
+// ---- Registry ----
+
+// Reports a failed registry operation; false.
+bool registry_failed(const char* what, const CRegistryKey& key) {
+  print_error(std::string("registry: ") + what + " failed with error " +
+              std::to_string(key.GetLastError()));
+  return false;
+}
+
+bool registry_step(std::ostream& out) {
+  CRegistryKey key;
+  const LONG disposition =
+      key.Create(HKEY_CURRENT_USER, L"n7util demo", 1, KEY_ALL_ACCESS, nullptr);
+  if (disposition < 0) return registry_failed("creating a volatile key", key);
+  out << "  HKCU\\n7util demo " << (disposition == 1 ? "created" : "opened")
+      << " (volatile: gone after a restart)\n";
+  const std::wstring greeting = L"hello";
+  if (key.SetValue(L"Greeting", REG_SZ, reinterpret_cast<const BYTE*>(greeting.c_str()),
+                   static_cast<DWORD>((greeting.size() + 1) * sizeof(wchar_t))) != 0)
+    return registry_failed("writing a text", key);
+  CString text;
+  if (key.GetValue(L"GREETING", text) != 0) return registry_failed("reading the text", key);
+  out << "  Greeting read back (name in another case): " << n7core::to_string(text.GetString())
+      << '\n';
+
+  HANDLE changed = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  const DWORD count = 3;
+  const bool notified =
+      key.NotifyChange(REG_NOTIFY_CHANGE_LAST_SET, FALSE, changed) == 0 &&
+      key.SetValue(L"Count", REG_DWORD, reinterpret_cast<const BYTE*>(&count), sizeof count) == 0 &&
+      WaitForSingleObject(changed, 30000) == WAIT_OBJECT_0;
+  CloseHandle(changed);
+  if (!notified) return registry_failed("watching for a change", key);
+  DWORD read = 0;
+  if (key.GetValue(L"Count", read) != 0 || read != count)
+    return registry_failed("reading the number", key);
+  out << "  change notification signalled by writing Count = " << read << '\n';
+
+  key.Close();
+  CRegistryKey root;
+  if (root.Open(HKEY_CURRENT_USER, L"", KEY_ALL_ACCESS) != 0 || root.DeleteKey(L"n7util demo") != 0)
+    return registry_failed("deleting the key", root);
+  out << "  key deleted\n";
+  return true;
+}
+
 // ---- Resources ----
 
 bool resources_step(std::ostream& out) {
@@ -339,6 +501,10 @@ constexpr DemoStep kSteps[] = {
     {"passwords: a stored password value and its checks", password_step},
     {"login: an SRP-6a login against a freshly stored password blob", login_step},
     {"dates: a date read from text, a month added, its day of the week", date_step},
+    {"thread pool: units of work handed to two pooled workers", pool_step},
+    {"registry: a volatile key, typed values and a change notification", registry_step},
+    {"event log: a source registered, an event reported, the registration read back",
+     eventlog_step},
     {"resources: a string of the library's own string table", resources_step},
 };
 
@@ -368,6 +534,9 @@ constexpr std::string_view kUsage =
     "             server side, with the right password (accepted) and a wrong one (refused)\n"
     "  dates      reads 31 January 2016 from text, adds a month (the day becomes the 29th) and\n"
     "             names the day of the week\n"
+    "  event log  registers the source \"n7util demo\" in the registry, reports an event (to\n"
+    "             the system log, or to the file N7_EVENTLOG_FILE names) and reads the\n"
+    "             registration back (the registry store is in N7_REGISTRY_DIR when it is set)\n"
     "  resources  loads a string of the library's own string table from its resources\n"
     "\n"
     "The scheduler's trace lines go to standard error (or the file N7_TRACE_FILE names) unless\n"

@@ -15,6 +15,7 @@
 #include "core/text.h"
 #include "platform/EventLog.h"
 #include "platform/KernelObjects.h"
+#include "platform/Registry.h"
 
 namespace n7util {
 namespace {
@@ -71,6 +72,7 @@ int report(const std::vector<std::string_view>& args) {
   }
   if (texts.size() > 0xFFFF) throw UsageError("too many strings");
   std::vector<LPCWSTR> strings;
+  strings.reserve(texts.size());
   for (const std::wstring& text : texts) strings.push_back(text.c_str());
   std::vector<BYTE> data = parse_hex(parsed.value("data").value_or(""));
   std::optional<std::wstring> server;
@@ -95,20 +97,60 @@ int report(const std::vector<std::string_view>& args) {
   return kExitOk;
 }
 
+int add_source(const std::vector<std::string_view>& args) {
+  const Args parsed(args, {{"types", true}});
+  parsed.expect_operands(2, 2);
+  const auto types = static_cast<DWORD>(
+      parse_integer(parsed.value("types").value_or("0"), 0, 0xFFFFFFFF, "type flags"));
+  const DWORD error = AddEventSource(n7core::to_wstring(parsed.operands()[0]).c_str(),
+                                     n7core::to_wstring(parsed.operands()[1]).c_str(), types);
+  if (error != ERROR_SUCCESS) {
+    print_error("cannot register the event source (error " + std::to_string(error) + ")");
+    return kExitFailure;
+  }
+  return kExitOk;
+}
+
+int query(const std::vector<std::string_view>& args) {
+  const Args parsed(args, {});
+  parsed.expect_operands(1, 1);
+  CString file;
+  DWORD types = 0;
+  const DWORD error =
+      QueryEventMessageFile(n7core::to_wstring(parsed.operands()[0]).c_str(), file, &types);
+  if (error != ERROR_SUCCESS) {
+    print_error(error == ERROR_FILE_NOT_FOUND
+                    ? "no such event source"
+                    : "cannot read the event source (error " + std::to_string(error) + ")");
+    return kExitFailure;
+  }
+  std::cout << "EventMessageFile: " << n7core::to_string(file.str()) << '\n'
+            << "TypesSupported: " << types << '\n';
+  return kExitOk;
+}
+
 int run_eventlog(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {{"report", report}};
+  static constexpr Subcommand kSubcommands[] = {
+      {"add-source", add_source}, {"query", query}, {"report", report}};
   return run_subcommand(kSubcommands, args);
 }
 
 constexpr std::string_view kUsage =
-    "Usage: n7util eventlog report SOURCE ID [STRING...] [--data HEX] [--server NAME]\n"
+    "Usage: n7util eventlog add-source SOURCE MESSAGE_FILE [--types FLAGS]\n"
+    "       n7util eventlog query SOURCE\n"
+    "       n7util eventlog report SOURCE ID [STRING...] [--data HEX] [--server NAME]\n"
     "\n"
+    "  add-source  registers SOURCE in the registry with its message file and the event types\n"
+    "              it reports (FLAGS: 1 error, 2 warning, 4 information; 0 or none: 7)\n"
+    "  query       prints a registration: its message file and type flags\n"
     "  report      reports event ID (decimal, or hexadecimal after 0x) as SOURCE with the given\n"
     "              strings and raw data; the event type comes from the top two bits of ID\n"
     "              (00 and 01 information, 10 warning, 11 error). Only this machine can be named\n"
     "              as --server.\n"
     "\n"
-    "Events go to the system log, or, when N7_EVENTLOG_FILE names a file, are appended to it as\n"
+    "Registrations live in the registry's HKEY_LOCAL_MACHINE store (N7_REGISTRY_DIR names its\n"
+    "directory). Events go to the system log, or, when N7_EVENTLOG_FILE names a file, are appended "
+    "to it as\n"
     "one JSON object per line.\n"
     "\n"
     "Exit status: 0 success, 1 failure, 2 usage error.\n";

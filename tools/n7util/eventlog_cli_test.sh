@@ -54,6 +54,15 @@ expect "bad event id" 2 "" eventlog report App 0x1FFFFFFFF
 expect "bad data" 2 "" eventlog report App 1 --data 0g
 expect "missing id" 2 "" eventlog report App
 
+expect "add a source" 0 "" eventlog add-source "Night Shift" '%N7_HOME%/messages.so'
+expect "query it" 0 "^TypesSupported: 7\$" eventlog query "Night Shift"
+grep -qx 'EventMessageFile: %N7_HOME%/messages.so' "$scratch/out" ||
+  { echo "FAIL: message file read back"; failures=$((failures + 1)); }
+expect "register again with flags" 0 "" eventlog add-source "night shift" /opt/m.so --types 3
+expect "the same source, overwritten" 0 "^TypesSupported: 3\$" eventlog query "NIGHT SHIFT"
+expect "an unknown source" 1 "" eventlog query Missing
+expect "a name too long" 1 "" eventlog add-source "$(printf 'n%.0s' {1..457})" /m.so
+
 if ((failures > 0)); then
   echo "$failures check(s) failed"
   exit 1

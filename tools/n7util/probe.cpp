@@ -42,9 +42,22 @@ int service(const std::vector<std::string_view>& args) {
   return answer(IsServiceRunning(only_operand(args).c_str()) != 0, "running", "not running");
 }
 
+int dcom(const std::vector<std::string_view>& args) {
+  const Args parsed(args, {});
+  parsed.expect_operands(0, 1);
+  if (parsed.operands().empty()) return answer(IsDCOMEnabled() != 0, "enabled", "disabled");
+  const std::string_view setting = parsed.operands()[0];
+  if (setting != "on" && setting != "off") throw UsageError("dcom takes 'on' or 'off'");
+  if (DCOMEnables(setting == "on" ? 1 : 0) == 0) {
+    print_error("cannot write the DCOM switch (does the key SOFTWARE\\Microsoft\\Ole exist?)");
+    return kExitFailure;
+  }
+  return answer(IsDCOMEnabled() != 0, "enabled", "disabled");
+}
+
 int run_probe(const std::vector<std::string_view>& args) {
   static constexpr Subcommand kSubcommands[] = {
-      {"temp", temp}, {"writable", writable}, {"service", service}};
+      {"temp", temp}, {"writable", writable}, {"service", service}, {"dcom", dcom}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -52,12 +65,15 @@ constexpr std::string_view kUsage =
     "Usage: n7util probe temp\n"
     "       n7util probe writable DIR\n"
     "       n7util probe service NAME\n"
+    "       n7util probe dcom [on|off]\n"
     "\n"
     "  temp      prints the temporary directory to use: the first of TMPDIR, TMP and TEMP if it\n"
     "            is writable, else /tmp; it ends in '/'\n"
     "  writable  whether a file can be created and written in DIR (the probe file is removed)\n"
     "  service   whether the systemd service NAME (the unit NAME.service) is running, starting,\n"
     "            stopping or resuming; 'not running' also when there is no service manager\n"
+    "  dcom      whether DCOM is switched on (EnableDCOM under HKEY_LOCAL_MACHINE\\SOFTWARE\\\n"
+    "            Microsoft\\Ole is Y); with on or off, switches it first (the key must exist)\n"
     "\n"
     "Exit status: 0 a positive answer, 1 a negative answer or failure, 2 usage error.\n";
 

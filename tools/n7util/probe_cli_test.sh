@@ -42,6 +42,14 @@ expect "missing directory" 1 "^not writable\$" probe writable "$scratch/missing"
 expect "unknown service" 1 "^not running\$" probe service n7-no-such-service-4711
 expect "missing operand" 2 "" probe writable
 
+expect "dcom without its key" 1 "^disabled\$" probe dcom
+expect "dcom cannot be switched without its key" 1 "" probe dcom on
+"$n7util" reg set 'HKLM\SOFTWARE\Microsoft\Ole' --value Other --data x || failures=$((failures + 1))
+expect "dcom on" 0 "^enabled\$" probe dcom on
+expect "dcom read back" 0 "^enabled\$" probe dcom
+expect "dcom off" 1 "^disabled\$" probe dcom off
+expect "dcom bad setting" 2 "" probe dcom maybe
+
 if ((failures > 0)); then
   echo "$failures check(s) failed"
   exit 1

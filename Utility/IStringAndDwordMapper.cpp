@@ -1,0 +1,86 @@
+#include "Utility/IStringAndDwordMapper.h"
+
+#include <cstdint>
+#include <cwctype>
+
+namespace {
+
+std::uint32_t AddUnit(std::uint32_t hash, std::uint32_t unit) {
+  return hash * 33 + static_cast<std::uint32_t>(std::towupper(static_cast<wint_t>(unit)));
+}
+
+}  // namespace
+
+// Text is UTF-32 here; a character beyond the BMP counts as its two UTF-16 surrogates, which
+// towupper leaves as they are.
+LONG CIString::Hash() const {
+  std::uint32_t hash = 0;
+  for (const wchar_t character : str()) {
+    const auto code = static_cast<std::uint32_t>(character);  // NOLINT(bugprone-signed-char-misuse)
+    if (code >= 0x10000 && code <= 0x10FFFF) {
+      hash = AddUnit(hash, 0xD800 + ((code - 0x10000) >> 10));
+      hash = AddUnit(hash, 0xDC00 + ((code - 0x10000) & 0x3FF));
+    } else {
+      hash = AddUnit(hash, code);
+    }
+  }
+  return static_cast<LONG>(hash);
+}
+
+template <>
+UINT HashKey<const CIString&>(const CIString& key) {
+  return n7platform::ScrambleHash(key.Hash());
+}
+
+CIStringAndDwordMapper::CIStringAndDwordMapper() : m_NameMap(10), m_NumberMap(10) {}
+
+CIStringAndDwordMapper::~CIStringAndDwordMapper() = default;
+
+int CIStringAndDwordMapper::SetAt(const CIString& name, DWORD number) {
+  if (m_NumberMap.PLookup(number) != nullptr) return 0;
+  m_NameMap[name] = number;
+  m_NumberMap[number] = name;
+  return 1;
+}
+
+int CIStringAndDwordMapper::SetAt(DWORD number, const CIString& name) {
+  if (m_NameMap.PLookup(name) != nullptr) return 0;
+  m_NumberMap[number] = name;
+  m_NameMap[name] = number;
+  return 1;
+}
+
+int CIStringAndDwordMapper::Lookup(const CIString& name, DWORD& number) const {
+  return m_NameMap.Lookup(name, number);
+}
+
+int CIStringAndDwordMapper::Lookup(DWORD number, CIString& name) const {
+  return m_NumberMap.Lookup(number, name);
+}
+
+int CIStringAndDwordMapper::RemoveKey(const CIString& name) {
+  DWORD number = 0;
+  if (!m_NameMap.Lookup(name, number)) return 0;
+  return RemoveKey(number);
+}
+
+int CIStringAndDwordMapper::RemoveKey(DWORD number) {
+  CIString name;
+  if (!m_NumberMap.Lookup(number, name)) return 0;
+  m_NumberMap.RemoveKey(number);
+  m_NameMap.RemoveKey(name);
+  return 1;
+}
+
+void CIStringAndDwordMapper::RemoveAll() {
+  m_NumberMap.RemoveAll();
+  m_NameMap.RemoveAll();
+}
+
+int CIStringAndDwordMapper::GetCount() const { return static_cast<int>(m_NameMap.GetCount()); }
+
+POSITION CIStringAndDwordMapper::GetStartPosition() const { return m_NameMap.GetStartPosition(); }
+
+void CIStringAndDwordMapper::GetNextAssoc(POSITION& position, CIString& name, DWORD& number) const {
+  m_NameMap.GetNextAssoc(position, name, number);
+}

@@ -1,0 +1,127 @@
+#include "Utility/IStringAndDwordMapper.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+TEST(IStringTest, EqualityAndHashIgnoreCase) {
+  EXPECT_TRUE(CIString(L"Alpha") == CIString(L"aLPHA"));
+  EXPECT_TRUE(CIString(L"Alpha") == L"ALPHA");
+  EXPECT_FALSE(CIString(L"Alpha") == CIString(L"Alphas"));
+  // ((65 * 33) + 66) * 33 + 67
+  EXPECT_EQ(CIString(L"abc").Hash(), 73030);
+  EXPECT_EQ(CIString(L"ABC").Hash(), 73030);
+  EXPECT_EQ(CIString(L"zzzzzzz").Hash(), -394713418);  // wraps around 32 bits
+  // A character beyond the BMP is hashed as its two UTF-16 units: 0xD83D * 33 + 0xDE00.
+  EXPECT_EQ(CIString(L"\U0001F600").Hash(), 1883613);
+  EXPECT_EQ(CIString().Hash(), 0);
+  // In a map the hash is scrambled: 73030 * 16807.
+  EXPECT_EQ(HashKey<const CIString&>(L"ABC"), 1227415210u);
+}
+
+std::vector<std::pair<CString, DWORD>> Entries(const CIStringAndDwordMapper& mapper) {
+  std::vector<std::pair<CString, DWORD>> entries;
+  for (POSITION position = mapper.GetStartPosition(); position != nullptr;) {
+    CIString name;
+    DWORD number = 0;
+    mapper.GetNextAssoc(position, name, number);
+    entries.emplace_back(name, number);
+  }
+  return entries;
+}
+
+// Buckets of 17: Alpha 0, Gamma 6, Beta and abc 12, Delta 15.
+TEST(IStringAndDwordMapperTest, IteratesTheNameMapInBucketOrder) {
+  CIStringAndDwordMapper mapper;
+  EXPECT_EQ(mapper.GetStartPosition(), nullptr);
+  EXPECT_EQ(mapper.SetAt(L"Beta", 2), 1);
+  EXPECT_EQ(mapper.SetAt(L"Delta", 4), 1);
+  EXPECT_EQ(mapper.SetAt(1, L"Alpha"), 1);
+  EXPECT_EQ(mapper.SetAt(L"abc", 0), 1);
+  EXPECT_EQ(mapper.SetAt(3, L"Gamma"), 1);
+  const std::vector<std::pair<CString, DWORD>> expected = {
+      {L"Alpha", 1}, {L"Gamma", 3}, {L"abc", 0}, {L"Beta", 2}, {L"Delta", 4}};
+  EXPECT_EQ(Entries(mapper), expected);
+  EXPECT_EQ(mapper.GetCount(), 5);
+  mapper.RemoveAll();
+  EXPECT_EQ(mapper.GetStartPosition(), nullptr);
+  EXPECT_EQ(mapper.GetCount(), 0);
+}
+
+// What a lookup finds, or nothing; the out argument must stay untouched when nothing is found.
+std::optional<DWORD> NumberOf(const CIStringAndDwordMapper& mapper, const wchar_t* name) {
+  DWORD number = 0xDEAD;
+  if (mapper.Lookup(name, number) == 1) return number;
+  EXPECT_EQ(number, 0xDEADu);
+  return std::nullopt;
+}
+
+std::optional<std::wstring> NameOf(const CIStringAndDwordMapper& mapper, DWORD number) {
+  CIString name = L"untouched";
+  if (mapper.Lookup(number, name) == 1) return name.str();
+  EXPECT_EQ(name.str(), L"untouched");
+  return std::nullopt;
+}
+
+TEST(IStringAndDwordMapperTest, LooksUpBothWaysWithoutRegardToCase) {
+  CIStringAndDwordMapper mapper;
+  ASSERT_EQ(mapper.SetAt(L"Alpha", 1), 1);
+  EXPECT_EQ(NumberOf(mapper, L"ALPHA"), 1u);
+  EXPECT_EQ(NameOf(mapper, 1), L"Alpha");
+  EXPECT_EQ(NameOf(mapper, 2), std::nullopt);
+  EXPECT_EQ(NumberOf(mapper, L"Beta"), std::nullopt);
+}
+
+TEST(IStringAndDwordMapperTest, RefusesADuplicateSecondArgument) {
+  CIStringAndDwordMapper mapper;
+  ASSERT_EQ(mapper.SetAt(L"Alpha", 1), 1);
+  EXPECT_EQ(mapper.SetAt(L"Beta", 1), 0);
+  EXPECT_EQ(NumberOf(mapper, L"Beta"), std::nullopt);
+  EXPECT_EQ(NameOf(mapper, 1), L"Alpha");
+
+  CIStringAndDwordMapper by_number;
+  ASSERT_EQ(by_number.SetAt(1, L"Alpha"), 1);
+  EXPECT_EQ(by_number.SetAt(2, L"alpha"), 0);
+  EXPECT_EQ(NameOf(by_number, 2), std::nullopt);
+  EXPECT_EQ(by_number.GetCount(), 1);
+}
+
+TEST(IStringAndDwordMapperTest, OverwritesADuplicateFirstArgument) {
+  CIStringAndDwordMapper mapper;
+  ASSERT_EQ(mapper.SetAt(L"Alpha", 1), 1);
+  EXPECT_EQ(mapper.SetAt(L"ALPHA", 2), 1);
+  EXPECT_EQ(NumberOf(mapper, L"alpha"), 2u);
+  EXPECT_EQ(NameOf(mapper, 1), L"Alpha");  // the old entry stays
+  EXPECT_EQ(NameOf(mapper, 2), L"ALPHA");  // the number map has the name as given
+  // The name map keeps the spelling the entry was created with; it counts one name.
+  EXPECT_EQ(Entries(mapper), (std::vector<std::pair<CString, DWORD>>{{L"Alpha", 2}}));
+  EXPECT_EQ(mapper.GetCount(), 1);
+
+  CIStringAndDwordMapper by_number;
+  ASSERT_EQ(by_number.SetAt(1, L"Alpha"), 1);
+  EXPECT_EQ(by_number.SetAt(1, L"Beta"), 1);
+  EXPECT_EQ(NameOf(by_number, 1), L"Beta");
+  EXPECT_EQ(NumberOf(by_number, L"Alpha"), 1u);  // the old name keeps its number
+  EXPECT_EQ(by_number.GetCount(), 2);
+}
+
+TEST(IStringAndDwordMapperTest, RemovesANameWithItsNumber) {
+  CIStringAndDwordMapper mapper;
+  ASSERT_EQ(mapper.SetAt(L"Alpha", 1), 1);
+  ASSERT_EQ(mapper.SetAt(L"Beta", 2), 1);
+  EXPECT_EQ(mapper.RemoveKey(L"ALPHA"), 1);
+  EXPECT_EQ(mapper.RemoveKey(L"ALPHA"), 0);
+  EXPECT_EQ(NameOf(mapper, 1), std::nullopt);
+  EXPECT_EQ(mapper.RemoveKey(2), 1);
+  EXPECT_EQ(mapper.RemoveKey(2), 0);
+  EXPECT_EQ(mapper.GetStartPosition(), nullptr);
+  // The numbers are free again.
+  EXPECT_EQ(mapper.SetAt(L"Gamma", 1), 1);
+}
+
+}  // namespace

@@ -1,0 +1,226 @@
+// Registry reads and writes on a warm store, against the same reads and writes made directly
+// with SQLite prepared statements on a table of the same shape: the bound of what a registry
+// call over SQLite can cost.
+//
+// - Query: RegQueryValueExW of a 4-byte value out of 1000 under one open key, against one
+//   indexed SELECT by (key, upper-cased name).
+// - Set: RegSetValueExW of a 4-byte value (one committed transaction each), against BEGIN
+//   IMMEDIATE, one upsert and COMMIT, with the same journal settings (WAL, synchronous=NORMAL).
+// At the end a table gives each of ours as a ratio to its bound.
+
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+#include <stdlib.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/Registry.h"
+#include "platform/RegistryStore_internal.h"
+
+namespace {
+
+constexpr int kValues = 1000;
+
+// A temporary store for the whole run, with one key holding kValues values.
+class Store {
+ public:
+  Store() {
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "n7registry-bench.XXXXXX").string();
+    if (mkdtemp(pattern.data()) != nullptr) directory_ = pattern;
+    const n7platform::internal::StoreSettings settings{directory_, "bench"};
+    n7platform::internal::UseRegistryStore(&settings);
+    RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Bench", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                    &key_, nullptr);
+    for (int i = 0; i < kValues; ++i) {
+      names_.push_back(L"Value" + std::to_wstring(i));
+      folded_.push_back("VALUE" + std::to_string(i));
+      const DWORD data = static_cast<DWORD>(i);
+      RegSetValueExW(key_, names_.back().c_str(), 0, REG_DWORD,
+                     reinterpret_cast<const BYTE*>(&data), sizeof data);
+    }
+    OpenBound();
+  }
+  ~Store() {
+    for (sqlite3_stmt* statement : {select_, upsert_, begin_, commit_}) sqlite3_finalize(statement);
+    sqlite3_close(bound_);
+    RegCloseKey(key_);
+    n7platform::internal::UseRegistryStore(nullptr);
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+
+  HKEY key() const { return key_; }
+  const std::wstring& name(int i) const { return names_[static_cast<std::size_t>(i)]; }
+
+  // The bound: the same lookup straight on SQLite.
+  bool BoundRead(int i, DWORD* type, BYTE* data, DWORD* size) {
+    const std::string& folded = folded_[static_cast<std::size_t>(i)];
+    sqlite3_bind_int64(select_, 1, 1);
+    sqlite3_bind_text(select_, 2, folded.data(), static_cast<int>(folded.size()), SQLITE_STATIC);
+    const bool found = sqlite3_step(select_) == SQLITE_ROW;
+    if (found) {
+      *type = static_cast<DWORD>(sqlite3_column_int64(select_, 0));
+      const auto length = static_cast<DWORD>(sqlite3_column_bytes(select_, 1));
+      if (length <= *size)
+        std::copy_n(static_cast<const BYTE*>(sqlite3_column_blob(select_, 1)), length, data);
+      *size = length;
+    }
+    sqlite3_reset(select_);
+    return found;
+  }
+
+  bool BoundWrite(int i, DWORD value) {
+    const std::string& folded = folded_[static_cast<std::size_t>(i)];
+    bool ok = Step(begin_);
+    sqlite3_bind_int64(upsert_, 1, 1);
+    sqlite3_bind_text(upsert_, 2, folded.data(), static_cast<int>(folded.size()), SQLITE_STATIC);
+    sqlite3_bind_int64(upsert_, 3, REG_DWORD);
+    sqlite3_bind_blob(upsert_, 4, &value, sizeof value, SQLITE_STATIC);
+    ok = Step(upsert_) && ok;
+    return Step(commit_) && ok;
+  }
+
+ private:
+  static bool Step(sqlite3_stmt* statement) {
+    const bool done = sqlite3_step(statement) == SQLITE_DONE;
+    sqlite3_reset(statement);
+    return done;
+  }
+
+  void OpenBound() {
+    const std::string file = directory_ + "/bound.db";
+    sqlite3_open(file.c_str(), &bound_);
+    sqlite3_exec(bound_,
+                 "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
+                 "CREATE TABLE vals(key INTEGER NOT NULL, folded TEXT NOT NULL,"
+                 " type INTEGER NOT NULL, data BLOB NOT NULL);"
+                 "CREATE UNIQUE INDEX vals_by_name ON vals(key, folded);",
+                 nullptr, nullptr, nullptr);
+    const auto prepare = [this](const char* sql, sqlite3_stmt** statement) {
+      sqlite3_prepare_v3(bound_, sql, -1, SQLITE_PREPARE_PERSISTENT, statement, nullptr);
+    };
+    prepare("SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2", &select_);
+    prepare(
+        "INSERT INTO vals VALUES(?1, ?2, ?3, ?4) ON CONFLICT(key, folded) DO UPDATE SET "
+        "type = excluded.type, data = excluded.data",
+        &upsert_);
+    prepare("BEGIN IMMEDIATE", &begin_);
+    prepare("COMMIT", &commit_);
+    for (int i = 0; i < kValues; ++i) BoundWrite(i, static_cast<DWORD>(i));
+  }
+
+  std::string directory_;
+  HKEY key_ = nullptr;
+  std::vector<std::wstring> names_;
+  std::vector<std::string> folded_;
+  sqlite3* bound_ = nullptr;
+  sqlite3_stmt* select_ = nullptr;
+  sqlite3_stmt* upsert_ = nullptr;
+  sqlite3_stmt* begin_ = nullptr;
+  sqlite3_stmt* commit_ = nullptr;
+};
+
+Store& TheStore() {
+  static Store store;
+  return store;
+}
+
+void BM_RegQueryValue(benchmark::State& state) {
+  Store& store = TheStore();
+  int i = 0;
+  for (auto _ : state) {
+    DWORD type = 0, data = 0, size = sizeof data;
+    const LSTATUS status = RegQueryValueExW(store.key(), store.name(i).c_str(), nullptr, &type,
+                                            reinterpret_cast<BYTE*>(&data), &size);
+    if (status != ERROR_SUCCESS) state.SkipWithError("query failed");
+    benchmark::DoNotOptimize(data);
+    i = (i + 1) % kValues;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegQueryValue);
+
+void BM_SqliteQuery(benchmark::State& state) {
+  Store& store = TheStore();
+  int i = 0;
+  for (auto _ : state) {
+    DWORD type = 0, data = 0, size = sizeof data;
+    if (!store.BoundRead(i, &type, reinterpret_cast<BYTE*>(&data), &size))
+      state.SkipWithError("select failed");
+    benchmark::DoNotOptimize(data);
+    i = (i + 1) % kValues;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_SqliteQuery);
+
+void BM_RegSetValue(benchmark::State& state) {
+  Store& store = TheStore();
+  int i = 0;
+  for (auto _ : state) {
+    const DWORD data = static_cast<DWORD>(i) * 3;
+    if (RegSetValueExW(store.key(), store.name(i).c_str(), 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&data), sizeof data) != ERROR_SUCCESS)
+      state.SkipWithError("set failed");
+    i = (i + 1) % kValues;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegSetValue);
+
+void BM_SqliteSet(benchmark::State& state) {
+  Store& store = TheStore();
+  int i = 0;
+  for (auto _ : state) {
+    if (!store.BoundWrite(i, static_cast<DWORD>(i) * 3)) state.SkipWithError("upsert failed");
+    i = (i + 1) % kValues;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_SqliteSet);
+
+// Prints each registry figure as a fraction of its bound's after the usual output.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.run_type != Run::RT_Iteration) continue;
+      const auto items = run.counters.find("items_per_second");
+      rates_[run.benchmark_name()] = items != run.counters.end() ? items->second.value : 0;
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+
+  void Finalize() override {
+    ConsoleReporter::Finalize();
+    std::printf("\nRatios (operations per second: registry / SQLite bound; 1 is the bound)\n");
+    Print("BM_RegQueryValue", "BM_SqliteQuery");
+    Print("BM_RegSetValue", "BM_SqliteSet");
+  }
+
+ private:
+  void Print(const std::string& ours, const std::string& bound) {
+    if (rates_[bound] <= 0) return;
+    std::printf("  %-18s %.2f\n", ours.c_str(), rates_[ours] / rates_[bound]);
+  }
+
+  std::map<std::string, double> rates_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,0 +1,3 @@
+#include "platform/Map.h"
+
+template class CMap<int, int, CString, const CString&>;
