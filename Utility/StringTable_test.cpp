@@ -1,6 +1,5 @@
 #include "Utility/StringTable.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -16,9 +15,7 @@ namespace {
 using n7utility::internal::LibraryModule;
 
 // A loaded module without resources, to stand for another current resource module.
-HINSTANCE OtherModule() {
-  return n7platform::ModuleFromAddress(reinterpret_cast<const void*>(&dlopen));
-}
+HINSTANCE OtherModule() { return GetModuleHandleW(L"libc.so.6"); }
 
 // Keeps the framework's current resource module as the test found it.
 class StringTableTest : public ::testing::Test {

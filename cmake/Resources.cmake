@@ -1,6 +1,6 @@
 # Resource tables: a module (an executable, the shared library, a language resource module)
 # carries its resources in a table that n7rc (tools/n7rc) compiles from a resource description
-# and that is linked into the module under the exported name `n7_module_resources`.
+# and that is linked into the module, found through the exported function `n7_module_resources`.
 
 # n7_add_resources(<target> <description>): compiles <description> (relative to the current source
 # directory) and links its table into <target>. An executable exports the table's name so the

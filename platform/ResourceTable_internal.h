@@ -1,10 +1,12 @@
 // The resource table a module carries: the layout shared by the resource compiler's generated
 // source (tools/n7rc) and the platform layer's resource calls (platform/Resources.h).
 //
-// A module (the program, the library, a language resource module) that has resources defines one
-// table under the exported C name `n7_module_resources`. The platform layer finds a module's table
-// by asking the dynamic linker for that name in the module and checking that the symbol it gets
-// lies in that very module, so a module without a table of its own never shows another's.
+// A module (the program, the library, a language resource module) that has resources exports the
+// C function `n7_module_resources`, which returns its table. The platform layer finds a module's
+// table by asking the dynamic linker for that name in the module and checking that the symbol it
+// gets lies in that very module, so a module without a table of its own never shows another's.
+// (A function rather than an exported variable: every module defines the same name, which the
+// address sanitizer would take for a clash of globals.)
 //
 // Data layouts, as Win32 lays them out with WCHAR = wchar_t:
 // - string tables (type 6): one item per block of 16 strings, name = id / 16 + 1; the block is 16
@@ -35,6 +37,9 @@ struct N7ResourceTable {
 };
 
 }  // extern "C"
+
+// The exported function's type.
+using N7ResourceTableFunction = const N7ResourceTable* (*)();
 
 #define N7_RESOURCE_TABLE_FORMAT 1u
 #define N7_RESOURCE_TABLE_SYMBOL "n7_module_resources"

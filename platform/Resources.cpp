@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/FormatMessage.h"
 #include "platform/KernelObjects.h"
 #include "platform/Resources_internal.h"
 #include "platform/WideText_internal.h"
@@ -254,7 +255,10 @@ const N7ResourceTable* DynamicResourceTable(HMODULE module) {
   // The symbol may come from another module that the search reaches (the library's own table,
   // seen from a program without one): only the module's own counts.
   if (symbol == nullptr || BaseOfAddress(symbol) != info->base) return nullptr;
-  const auto* table = static_cast<const N7ResourceTable*>(symbol);
+  // POSIX lets dlsym's result be taken for the function it names.
+  const auto table_function = reinterpret_cast<N7ResourceTableFunction>(symbol);
+  const N7ResourceTable* table = table_function();
+  if (table == nullptr) return nullptr;
   return table->format == N7_RESOURCE_TABLE_FORMAT ? table : nullptr;
 }
 

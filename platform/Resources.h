@@ -32,7 +32,6 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FormatMessage.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
 
@@ -158,7 +157,8 @@ N7_EXPORT std::wstring_view StringFromBlock(const void* block, DWORD size, UINT 
 
 // The text of message `id` in the module's message table (null: the main program), in the
 // language asked for or the fallbacks of FindResourceExW; none, with the last error set
-// (ERROR_MR_MID_NOT_FOUND for an id the table lacks), when there is none.
+// (ERROR_MR_MID_NOT_FOUND, platform/FormatMessage.h, for an id the table lacks), when there is
+// none.
 N7_EXPORT std::optional<std::wstring> LoadMessageText(HMODULE module, DWORD id, WORD language);
 
 }  // namespace n7platform

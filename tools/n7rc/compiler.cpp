@@ -588,10 +588,10 @@ std::string generate_source(const CompiledResources& compiled, std::string_view 
   if (!resources.empty()) {
     out << "\nconst N7ResourceEntry kEntries[] = {\n" << entries.str() << "};\n";
   }
-  out << "\n}  // namespace\n\n"
-      << "extern \"C\" __attribute__((visibility(\"default\"))) const N7ResourceTable "
-         "n7_module_resources = {\n    N7_RESOURCE_TABLE_FORMAT, "
-      << resources.size() << "u, " << table << "};\n";
+  out << "\nconst N7ResourceTable kTable = {N7_RESOURCE_TABLE_FORMAT, " << resources.size() << "u, "
+      << table << "};\n\n}  // namespace\n\n"
+      << "extern \"C\" __attribute__((visibility(\"default\"))) const N7ResourceTable* "
+         "n7_module_resources() {\n  return &kTable;\n}\n";
   return out.str();
 }
 
