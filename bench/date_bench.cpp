@@ -14,11 +14,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
-#include <string>
-#include <vector>
 
 #include "Utility/Date.h"
+#include "bench/ratio_reporter.h"
 
 namespace {
 
@@ -122,40 +120,19 @@ bool SidesAgree() {
   return true;
 }
 
-// Prints the usual console output, then each CDate figure as a ratio to the peer's.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration) continue;
-      const auto items = run.counters.find("items_per_second");
-      rates_[run.benchmark_name()] = items != run.counters.end() ? items->second.value : 0;
-    }
-    ConsoleReporter::ReportRuns(runs);
+// Prints each CDate figure as a ratio to the peer's.
+void PrintRatios(const n7bench::RatioTable& table) {
+  const double peer = table.Rate("BM_CivilDays");
+  if (peer <= 0) return;
+  std::printf("\nRound trips per second as a ratio to BM_CivilDays (above 1 is faster)\n");
+  for (const char* ours : {"BM_CDateSet", "BM_CDateConstruct"}) {
+    std::printf("%-20s %8.3f\n", ours, table.Rate(ours) / peer);
   }
-
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    const double peer = rates_["BM_CivilDays"];
-    if (peer <= 0) return;
-    std::printf("\nRound trips per second as a ratio to BM_CivilDays (above 1 is faster)\n");
-    for (const char* ours : {"BM_CDateSet", "BM_CDateConstruct"}) {
-      std::printf("%-20s %8.3f\n", ours, rates_[ours] / peer);
-    }
-  }
-
- private:
-  std::map<std::string, double> rates_;
-};
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (!SidesAgree()) return EXIT_FAILURE;
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return n7bench::RunWithRatios(argc, argv, PrintRatios);
 }

@@ -11,12 +11,12 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "Utility/IStringAndDwordMapper.h"
+#include "bench/ratio_reporter.h"
 #include "platform/Map.h"
 
 namespace {
@@ -113,42 +113,20 @@ void BM_IStringLookup_StdMap(benchmark::State& state) {
 }
 BENCHMARK(BM_IStringLookup_StdMap);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration) continue;
-      const auto items = run.counters.find("items_per_second");
-      rates_[run.benchmark_name()] = items != run.counters.end() ? items->second.value : 0;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nRatios (lookups per second: CMap / std::unordered_map; above 1 is better)\n");
-    for (const char* kind : {"BM_IntLookup", "BM_IStringLookup"}) {
-      const double peer = rates_[std::string(kind) + "_StdMap"];
-      for (const char* buckets : {"/17", "/1031"}) {
-        const std::string ours = std::string(kind) + "_CMap" + buckets;
-        if (peer > 0 && rates_.count(ours) != 0) {
-          std::printf("%-32s %6.2f\n", ours.c_str(), rates_[ours] / peer);
-        }
+// Prints each CMap figure as a ratio to std::unordered_map's with the same keys.
+void PrintRatios(const n7bench::RatioTable& table) {
+  std::printf("\nRatios (lookups per second: CMap / std::unordered_map; above 1 is better)\n");
+  for (const char* kind : {"BM_IntLookup", "BM_IStringLookup"}) {
+    const double peer = table.Rate(std::string(kind) + "_StdMap");
+    for (const char* buckets : {"/17", "/1031"}) {
+      const std::string ours = std::string(kind) + "_CMap" + buckets;
+      if (peer > 0 && table.rates.count(ours) != 0) {
+        std::printf("%-32s %6.2f\n", ours.c_str(), table.Rate(ours) / peer);
       }
     }
   }
-
- private:
-  std::map<std::string, double> rates_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char** argv) { return n7bench::RunWithRatios(argc, argv, PrintRatios); }

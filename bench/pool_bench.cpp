@@ -12,13 +12,13 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Utility/ThreadPool.h"
+#include "bench/ratio_reporter.h"
 
 namespace {
 
@@ -128,43 +128,17 @@ void BM_CondVarQueueRoundTrip(benchmark::State& state) {
 BENCHMARK(BM_PoolRoundTrip)->Arg(1)->Arg(2)->Arg(8)->UseRealTime();
 BENCHMARK(BM_CondVarQueueRoundTrip)->Arg(1)->Arg(2)->Arg(8)->UseRealTime();
 
-// Prints the usual console output, then the pool's throughput over the queue's for each N.
-class PoolRatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    // With repetitions the median, reported after the single runs, is the figure kept.
-    for (const Run& run : runs) {
-      const auto items = run.counters.find("items_per_second");
-      const bool figure = run.run_type == Run::RT_Iteration || run.aggregate_name == "median";
-      if (figure && items != run.counters.end())
-        per_second_[run.run_name.str()] = items->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
+// Prints the pool's throughput over the queue's for each number of workers.
+void PrintRatios(const n7bench::RatioTable& table) {
+  std::printf("\nRound trips per second, pool / condition-variable queue (above 1: pool faster)\n");
+  for (const char* workers : {"1", "2", "8"}) {
+    const std::string suffix = std::string("/") + workers + "/real_time";
+    const double pool = table.Rate("BM_PoolRoundTrip" + suffix);
+    const double queue = table.Rate("BM_CondVarQueueRoundTrip" + suffix);
+    if (queue > 0) std::printf("%s worker(s): %6.2f\n", workers, pool / queue);
   }
-
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf(
-        "\nRound trips per second, pool / condition-variable queue (above 1: pool faster)\n");
-    for (const char* workers : {"1", "2", "8"}) {
-      const std::string suffix = std::string("/") + workers + "/real_time";
-      const double pool = per_second_["BM_PoolRoundTrip" + suffix];
-      const double queue = per_second_["BM_CondVarQueueRoundTrip" + suffix];
-      if (queue > 0) std::printf("%s worker(s): %6.2f\n", workers, pool / queue);
-    }
-  }
-
- private:
-  std::map<std::string, double> per_second_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  PoolRatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char** argv) { return n7bench::RunWithRatios(argc, argv, PrintRatios); }

@@ -14,10 +14,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "bench/ratio_reporter.h"
 #include "platform/Registry.h"
 #include "platform/RegistryStore_internal.h"
 
@@ -186,41 +186,19 @@ void BM_SqliteSet(benchmark::State& state) {
 }
 BENCHMARK(BM_SqliteSet);
 
-// Prints each registry figure as a fraction of its bound's after the usual output.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration) continue;
-      const auto items = run.counters.find("items_per_second");
-      rates_[run.benchmark_name()] = items != run.counters.end() ? items->second.value : 0;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
+void PrintRatio(const n7bench::RatioTable& table, const std::string& ours,
+                const std::string& bound) {
+  if (table.Rate(bound) <= 0) return;
+  std::printf("  %-18s %.2f\n", ours.c_str(), table.Rate(ours) / table.Rate(bound));
+}
 
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nRatios (operations per second: registry / SQLite bound; 1 is the bound)\n");
-    Print("BM_RegQueryValue", "BM_SqliteQuery");
-    Print("BM_RegSetValue", "BM_SqliteSet");
-  }
-
- private:
-  void Print(const std::string& ours, const std::string& bound) {
-    if (rates_[bound] <= 0) return;
-    std::printf("  %-18s %.2f\n", ours.c_str(), rates_[ours] / rates_[bound]);
-  }
-
-  std::map<std::string, double> rates_;
-};
+// Prints each registry figure as a fraction of its bound's.
+void PrintRatios(const n7bench::RatioTable& table) {
+  std::printf("\nRatios (operations per second: registry / SQLite bound; 1 is the bound)\n");
+  PrintRatio(table, "BM_RegQueryValue", "BM_SqliteQuery");
+  PrintRatio(table, "BM_RegSetValue", "BM_SqliteSet");
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char** argv) { return n7bench::RunWithRatios(argc, argv, PrintRatios); }

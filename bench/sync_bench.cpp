@@ -14,7 +14,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
-#include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include "Utility/ReadWriteLock.h"
+#include "bench/ratio_reporter.h"
 #include "platform/KernelObjects.h"
 
 namespace {
@@ -156,57 +156,36 @@ BENCHMARK(BM_WaitFor64PingPong)->UseRealTime();
 // ---------------------------------------------------------------------------------------------
 // Ratios to the peers
 
-// Prints the usual console output, then each figure next to its peer's.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration) continue;
-      const auto items = run.counters.find("items_per_second");
-      rates_[run.benchmark_name()] = items != run.counters.end() ? items->second.value : 0;
-      times_[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
+std::string Replace(std::string text, const std::string& from, const std::string& to) {
+  const auto at = text.find(from);
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return text;
+}
 
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    std::printf("\nRatios (throughput: ours / peer; round trip: peer / ours; above 1 is better)\n");
-    for (const auto& [name, rate] : rates_) {
-      for (const char* lock : {"CReaderPrefRWLock", "CWriterPrefRWLock", "CMutexRWLock"}) {
-        const std::string peer = Replace(name, lock, "SharedMutex");
-        if (peer != name && rates_.count(peer) != 0 && rates_[peer] > 0) {
-          std::printf("%-52s %6.2f\n", name.c_str(), rate / rates_[peer]);
-        }
+void PrintTimeRatio(const n7bench::RatioTable& table, const std::string& ours,
+                    const std::string& peer) {
+  const auto our_time = table.times.find(ours);
+  const auto peer_time = table.times.find(peer);
+  if (our_time == table.times.end() || peer_time == table.times.end()) return;
+  std::printf("%-52s %6.2f (vs %s)\n", ours.c_str(), peer_time->second / our_time->second,
+              peer.c_str());
+}
+
+// Prints each figure next to its peer's.
+void PrintRatios(const n7bench::RatioTable& table) {
+  std::printf("\nRatios (throughput: ours / peer; round trip: peer / ours; above 1 is better)\n");
+  for (const auto& [name, rate] : table.rates) {
+    for (const char* lock : {"CReaderPrefRWLock", "CWriterPrefRWLock", "CMutexRWLock"}) {
+      const std::string peer = Replace(name, lock, "SharedMutex");
+      if (peer != name && table.Rate(peer) > 0) {
+        std::printf("%-52s %6.2f\n", name.c_str(), rate / table.Rate(peer));
       }
     }
-    PrintTimeRatio("BM_EventPingPong/real_time", "BM_CondVarPingPong/real_time");
-    PrintTimeRatio("BM_WaitFor64PingPong/real_time", "BM_EventPingPong/real_time");
   }
-
- private:
-  static std::string Replace(std::string text, const std::string& from, const std::string& to) {
-    const auto at = text.find(from);
-    if (at != std::string::npos) text.replace(at, from.size(), to);
-    return text;
-  }
-
-  void PrintTimeRatio(const std::string& ours, const std::string& peer) {
-    if (times_.count(ours) == 0 || times_.count(peer) == 0) return;
-    std::printf("%-52s %6.2f (vs %s)\n", ours.c_str(), times_[peer] / times_[ours], peer.c_str());
-  }
-
-  std::map<std::string, double> rates_;
-  std::map<std::string, double> times_;
-};
+  PrintTimeRatio(table, "BM_EventPingPong/real_time", "BM_CondVarPingPong/real_time");
+  PrintTimeRatio(table, "BM_WaitFor64PingPong/real_time", "BM_EventPingPong/real_time");
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char** argv) { return n7bench::RunWithRatios(argc, argv, PrintRatios); }
