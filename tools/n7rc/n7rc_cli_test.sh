@@ -6,14 +6,8 @@
 set -uo pipefail
 
 n7rc=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-failures=0
-
-fail() {
-  echo "FAIL: $1"
-  failures=$((failures + 1))
-}
+# shellcheck source=SCRIPTDIR/../cli_test_lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 
 printf 'x' >"$scratch/blob.bin"
 printf 'string 1 "one"\nresource RCDATA 1 file "blob.bin"\n' >"$scratch/good.n7rc"
@@ -41,7 +35,4 @@ fi
 status=$?
 if ((status == 2)); then echo "ok: missing output"; else fail "missing output: status $status"; fi
 
-if ((failures > 0)); then
-  echo "$failures check(s) failed"
-  exit 1
-fi
+finish

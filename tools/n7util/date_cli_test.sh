@@ -5,38 +5,18 @@
 set -uo pipefail
 
 n7util=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-failures=0
+# shellcheck source=SCRIPTDIR/../cli_test_lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 
 # expect STATUS EXPECTED_STDOUT STDERR_PATTERN ARGS...: runs `n7util date ARGS` and checks its
-# exit status, its exact standard output and that standard error matches the extended regular
-# expression ("" = must be empty).
+# exit status, its exact standard output and that standard error is an "n7util: " line matching
+# the extended regular expression ("" = must be empty).
 expect() {
-  local status=$1 expected=$2 err_pattern=$3
+  local expected_status=$1 expected=$2 err_pattern=$3
   shift 3
-  local out actual problem=""
-  out=$("$n7util" date "$@" 2>"$scratch/err")
-  actual=$?
-  if ((actual != status)); then
-    problem="exit $actual, expected $status"
-  elif [[ $out != "$expected" ]]; then
-    problem="output '$out', expected '$expected'"
-  elif ! stderr_matches "$err_pattern"; then
-    problem="standard error '$(cat "$scratch/err")' does not match '$err_pattern'"
-  fi
-  if [[ -n $problem ]]; then
-    echo "FAIL: n7util date $*: $problem"
-    failures=$((failures + 1))
-  fi
-}
-
-stderr_matches() {
-  if [[ -z $1 ]]; then
-    [[ ! -s $scratch/err ]]
-  else
-    grep -Eq -- "^n7util: .*$1" "$scratch/err"
-  fi
+  run "$n7util" date "$@"
+  same_output "$expected" && matches "$scratch/err" "${err_pattern:+^n7util: .*$err_pattern}"
+  check "n7util date $*" "$expected_status" $?
 }
 
 # fields NUMBER MONTH DAY YEAR WEEKDAY TEXT VALID: the lines of `show` and `julian`.
@@ -91,11 +71,7 @@ expect 2 "" "unknown subcommand" frob
 
 # Today, in any case, is a valid date.
 for today in TODAY today Today; do
-  if ! "$n7util" date show "$today" | grep -qx 'valid: yes'; then
-    echo "FAIL: n7util date show $today is not valid"
-    failures=$((failures + 1))
-  fi
+  "$n7util" date show "$today" | grep -qx 'valid: yes' || fail "n7util date show $today is not valid"
 done
 
-((failures == 0)) && echo "ok: n7util date"
-exit $((failures == 0 ? 0 : 1))
+finish

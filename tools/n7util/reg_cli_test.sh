@@ -5,26 +5,17 @@
 set -uo pipefail
 
 n7util=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+# shellcheck source=SCRIPTDIR/../cli_test_lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 export N7_REGISTRY_DIR=$scratch/store
-failures=0
 
 # expect NAME STATUS EXPECTED_STDOUT ARGS...: runs n7util and compares status and output.
 expect() {
-  local name=$1 status=$2 expected=$3
+  local name=$1 expected_status=$2 expected=$3
   shift 3
-  local actual
-  actual=$("$n7util" "$@" 2>"$scratch/err")
-  local code=$?
-  if ((code != status)) || [[ "$actual" != "$expected" ]]; then
-    echo "FAIL: $name: exit status $code (expected $status)"
-    diff <(printf '%s\n' "$expected") <(printf '%s\n' "$actual") | sed 's/^/  /'
-    sed 's/^/  stderr: /' "$scratch/err"
-    failures=$((failures + 1))
-  else
-    echo "ok: $name"
-  fi
+  run "$n7util" "$@"
+  same_output "$expected"
+  check "$name" "$expected_status" $?
 }
 
 key='HKCU\Software\N7Test'
@@ -40,7 +31,7 @@ expect "query all" 0 "$(printf '%s\n' '(Default)	REG_SZ	dflt' 'Big	REG_QWORD	184
   reg query "$key"
 
 expect "missing value" 1 "" reg query "$key" --value Nope
-grep -q "error 2" "$scratch/err" || { echo "FAIL: missing value names error 2"; failures=$((failures + 1)); }
+grep -q "error 2" "$scratch/err" || fail "missing value names error 2"
 expect "missing key" 1 "" reg query 'HKLM\Software\Nope'
 expect "bad root" 2 "" reg query 'HKXX\Software'
 expect "bad type" 2 "" reg set "$key" --value X --type REG_FLOAT --data 1
@@ -74,17 +65,12 @@ wait "$watcher"
 status=$?
 exec 3<&-
 if ((status != 0)) || [[ "$(cat "$scratch/watched")" != "set	Count	REG_DWORD	7" ]]; then
-  echo "FAIL: watch: status $status, output: $(cat "$scratch/watched")"
-  failures=$((failures + 1))
+  fail "watch: status $status, output: $(cat "$scratch/watched")"
 else
   echo "ok: watch"
 fi
 
 mode=$(stat -c %a "$N7_REGISTRY_DIR")
-[[ $mode == 700 ]] || { echo "FAIL: store directory mode $mode"; failures=$((failures + 1)); }
+[[ $mode == 700 ]] || fail "store directory mode $mode"
 
-if ((failures > 0)); then
-  echo "$failures failure(s)"
-  exit 1
-fi
-echo "all passed"
+finish

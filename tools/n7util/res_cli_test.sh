@@ -5,37 +5,30 @@
 set -uo pipefail
 
 n7util=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+# shellcheck source=SCRIPTDIR/../cli_test_lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 mkdir "$scratch/res"
 cp "$2" "$scratch/Host.dll"
 cp "$3" "$scratch/res/HostRes.de.dll"
 library=$4
-failures=0
 
-# expect NAME STATUS STDOUT STDERR_PATTERN ARGS...: runs n7util and compares.
+# expect NAME STATUS STDOUT STDERR_PATTERN ARGS...: runs n7util and checks its exit status, its
+# exact standard output, and that standard error matches the extended regular expression
+# ("" = must be empty).
 expect() {
-  local name=$1 status=$2 out=$3 err_pattern=$4
+  local name=$1 expected_status=$2 out=$3 err_pattern=$4
   shift 4
-  "$n7util" "$@" >"$scratch/out" 2>"$scratch/err"
-  local actual=$?
-  if ((actual != status)) || [[ $(cat "$scratch/out") != "$out" ]] ||
-    ! grep -Eq -- "$err_pattern" <(cat "$scratch/err"; echo); then
-    echo "FAIL: $name: exit status $actual (expected $status)"
-    sed 's/^/  stdout: /' "$scratch/out"
-    sed 's/^/  stderr: /' "$scratch/err"
-    failures=$((failures + 1))
-  else
-    echo "ok: $name"
-  fi
+  run "$n7util" "$@"
+  same_output "$out" && matches "$scratch/err" "$err_pattern"
+  check "$name" "$expected_status" $?
 }
 
-expect "host string" 0 "host one" '^$' res string "$scratch/Host.dll" 1
-expect "German module" 0 "Hallo" '^$' res string "$scratch/Host.dll" 1 --lang 0x0407
-expect "language without a code" 0 "host one" '^$' res string "$scratch/Host.dll" 1 --lang 40
+expect "host string" 0 "host one" "" res string "$scratch/Host.dll" 1
+expect "German module" 0 "Hallo" "" res string "$scratch/Host.dll" 1 --lang 0x0407
+expect "language without a code" 0 "host one" "" res string "$scratch/Host.dll" 1 --lang 40
 expect "library string" 0 \
   "A Win64 exception '0x%1!X!' has occurred.  Exception Context Record: [Rbp=0x%2!X! Rip=0x%3!X! SegCs=0x%4!X! EFlags=0x%5!X! Rsp=0x%6!X! SegSs=0x%7!X!]" \
-  '^$' res string "$library" 3
+  "" res string "$library" 3
 expect "missing string" 1 "" \
   "^n7util: \[English Only: Error: Unable to Load String resource '18'\. System Error: ''\]$" \
   res string "$scratch/Host.dll" 18
@@ -43,7 +36,4 @@ expect "missing module" 2 "" "cannot load the module" res string "$scratch/None.
 expect "bad id" 2 "" "string id" res string "$scratch/Host.dll" x
 expect "bad language" 2 "" "language must be" res string "$scratch/Host.dll" 1 --lang 0x10000
 
-if ((failures > 0)); then
-  echo "$failures check(s) failed"
-  exit 1
-fi
+finish

@@ -1,0 +1,55 @@
+# shellcheck shell=bash
+# Set-up and checks shared by the command-line tests; a test script sources it with
+#   source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
+# It makes $scratch, a temporary directory removed on exit, and counts failed checks in $failures.
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+failures=0
+
+# fail MESSAGE...: reports a failed check and counts it.
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+# run COMMAND ARGS...: runs the command with its standard output in $scratch/out and its standard
+# error in $scratch/err, and keeps its exit status in $status.
+run() {
+  "$@" >"$scratch/out" 2>"$scratch/err"
+  status=$?
+}
+
+# matches FILE PATTERN: FILE has a line matching the extended regular expression PATTERN; an empty
+# PATTERN means FILE must be empty.
+matches() {
+  if [[ -z $2 ]]; then [[ ! -s $1 ]]; else grep -Eq -- "$2" "$1"; fi
+}
+
+# same_output TEXT: the standard output of the last run is TEXT (trailing newlines aside).
+same_output() {
+  [[ $(cat "$scratch/out") == "$1" ]]
+}
+
+# check NAME EXPECTED_STATUS RESULT: after `run`, reports NAME as passed if the exit status was
+# EXPECTED_STATUS and RESULT, the status of the caller's checks of the output, is 0; a failure
+# shows both outputs.
+check() {
+  if ((status == $2 && $3 == 0)); then
+    echo "ok: $1"
+  else
+    fail "$1: exit status $status (expected $2)"
+    sed 's/^/  stdout: /' "$scratch/out"
+    sed 's/^/  stderr: /' "$scratch/err"
+  fi
+}
+
+# finish: ends the script, with status 1 if any check failed.
+finish() {
+  if ((failures > 0)); then
+    echo "$failures check(s) failed"
+    exit 1
+  fi
+  echo "all passed"
+  exit 0
+}
