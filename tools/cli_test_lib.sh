@@ -44,6 +44,17 @@ check() {
   fi
 }
 
+# expect_match NAME STATUS STDOUT_PATTERN COMMAND ARGS...: runs the command and checks its exit
+# status and that its standard output matches the extended regular expression ("" = must be
+# empty).
+expect_match() {
+  local name=$1 expected_status=$2 pattern=$3
+  shift 3
+  run "$@"
+  matches "$scratch/out" "$pattern"
+  check "$name" "$expected_status" $?
+}
+
 # finish: ends the script, with status 1 if any check failed.
 finish() {
   if ((failures > 0)); then

@@ -10,15 +10,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 export N7_EVENTLOG_FILE=$scratch/events.jsonl
 export N7_REGISTRY_DIR=$scratch/registry
 
-# expect NAME STATUS STDOUT_PATTERN ARGS...: runs n7util and checks its exit status and that its
-# standard output matches the extended regular expression ("" = must be empty).
-expect() {
-  local name=$1 expected=$2 pattern=$3
-  shift 3
-  run "$n7util" "$@"
-  matches "$scratch/out" "$pattern"
-  check "$name" "$expected" $?
-}
+# expect NAME STATUS STDOUT_PATTERN ARGS...: runs n7util with ARGS (see expect_match).
+expect() { expect_match "$1" "$2" "$3" "$n7util" "${@:4}"; }
 
 # last_event PATTERN: the last line of the event file, without its time, must equal PATTERN.
 last_event() {
