@@ -300,9 +300,9 @@ std::string to_utf8(std::u32string_view text) {
 
 template <typename T>
 void append_raw(std::vector<unsigned char>& out, T value) {
-  unsigned char bytes[sizeof value];
-  std::memcpy(bytes, &value, sizeof value);
-  out.insert(out.end(), std::begin(bytes), std::end(bytes));
+  const std::size_t at = out.size();
+  out.resize(at + sizeof value);
+  std::memcpy(out.data() + at, &value, sizeof value);
 }
 
 // ---- Statements ----
