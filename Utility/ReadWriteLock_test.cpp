@@ -39,7 +39,7 @@ class Log {
 // A thread that takes the lock, logs its name, holds the lock until Release() and then lets go.
 class Holder {
  public:
-  Holder(AReadWriteLock& lock, bool write, std::string name, Log& log)
+  Holder(AReadWriteLock& lock, bool write, const std::string& name, Log& log)
       : thread_([this, &lock, write, name, &log] {
           write ? lock.AcquireWriteLock() : lock.AcquireReadLock();
           log.Add(name);
@@ -170,6 +170,7 @@ TYPED_TEST(ExclusionTest, WritersAreAloneReadersShare) {
   std::atomic<int> writers{0};
   long long total = 0;  // written under the write lock only
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       for (int round = 0; round < kRounds; ++round) {

@@ -297,7 +297,7 @@ TEST_F(SchedulerTest, TaskFarAheadIsNotRunEarly) {
   Advance(kDay - kSecond);
   EXPECT_TRUE(log_.Snapshot().empty());
   Advance(kSecond);
-  EXPECT_EQ(log_.WaitFor(1)[0].at, start + 100 * 86400);
+  EXPECT_EQ(log_.WaitFor(1)[0].at, start + 100L * 86400);
   Settle();
 }
 
@@ -305,8 +305,10 @@ TEST_F(SchedulerTest, ManyThreadsScheduleAndDescheduleAtOnce) {
   constexpr int kThreads = 4;
   constexpr unsigned long kTasks = 200;
   std::vector<std::unique_ptr<Recorder>> recorders;
+  recorders.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) recorders.push_back(std::make_unique<Recorder>("busy", log_));
   std::vector<std::thread> threads;
+  threads.reserve(recorders.size());
   for (auto& recorder : recorders) {
     threads.emplace_back([this, &recorder] {
       for (unsigned long id = 0; id < kTasks; ++id) {

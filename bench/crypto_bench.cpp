@@ -11,6 +11,7 @@
 #include <openssl/evp.h>
 
 #include <string>
+#include <string_view>
 
 #include "Utility/Authentication.h"
 #include "Utility/Authentication_internal.h"
@@ -19,8 +20,8 @@
 
 namespace {
 
-const std::string kPassword = "correct horse battery staple";
-const std::string kSalt = "0123456789abcdef";
+constexpr std::string_view kPassword = "correct horse battery staple";
+constexpr std::string_view kSalt = "0123456789abcdef";
 
 void ShapeArgs(benchmark::internal::Benchmark* benchmark) {
   benchmark->Args({32, 1024})->Args({16, 4096})->Unit(benchmark::kMicrosecond);

@@ -25,12 +25,14 @@ constexpr int kKeys = 1000;
 
 std::vector<int> IntKeys() {
   std::vector<int> keys;
+  keys.reserve(kKeys);
   for (int i = 0; i < kKeys; ++i) keys.push_back(i * 7919);
   return keys;
 }
 
 std::vector<CIString> Names(bool upper) {
   std::vector<CIString> names;
+  names.reserve(kKeys);
   for (int i = 0; i < kKeys; ++i)
     names.emplace_back((upper ? L"NAME" : L"Name") + std::to_wstring(i));
   return names;

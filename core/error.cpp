@@ -128,7 +128,7 @@ std::string ErrorParams::format(std::string_view message) const {
     const std::string* value =
         find(message.substr(open + kOpen.size(), close - open - kOpen.size()));
     out.append(message.substr(0, open));
-    out.append(value != nullptr ? std::string_view(*value)
+    out.append(value != nullptr ? std::string_view{*value}
                                 : message.substr(open, close - open + 1));
     message.remove_prefix(close + 1);
   }

@@ -100,8 +100,9 @@ TEST(HandleTest, StaleForeignAndNullHandlesAreRejected) {
   EXPECT_NE(static_cast<HANDLE>(reuser), closed);
 
   int local = 0;
-  for (HANDLE bad : {closed, static_cast<HANDLE>(nullptr), static_cast<HANDLE>(&local),
-                     reinterpret_cast<HANDLE>(~std::uintptr_t{0})}) {
+  for (HANDLE bad :
+       {closed, static_cast<HANDLE>(nullptr), static_cast<HANDLE>(&local),
+        reinterpret_cast<HANDLE>(~std::uintptr_t{0})}) {  // NOLINT(performance-no-int-to-ptr)
     EXPECT_EQ(Failure([&] { return Poll(bad); }), std::pair(WAIT_FAILED, ERROR_INVALID_HANDLE));
     EXPECT_EQ(Failure([&] { return static_cast<DWORD>(SetEvent(bad)); }),
               std::pair(0u, ERROR_INVALID_HANDLE));
@@ -275,6 +276,7 @@ TEST(ConcurrencyTest, AutoResetEventHandsOverToExactlyOneThread) {
   Event start(true, false);
   int counter = 0;  // guarded by holding the token
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&] {
       const HANDLE handles[] = {start, token};

@@ -318,6 +318,7 @@ TEST(CriticalSectionTest, IsReentrantAndExcludesOtherThreads) {
   CCriticalSection section;
   int counter = 0;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&] {
       for (int round = 0; round < kRounds; ++round) IncrementTwiceLocked(section, counter);

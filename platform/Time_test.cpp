@@ -90,7 +90,7 @@ TEST(TimeTest, LocalTimeAppliesTheOffset) {
   EXPECT_EQ(st.wDayOfWeek, 4);
   EXPECT_EQ(st.wHour, 21);
 
-  clock.SetLocalOffset(22 * 3600LL + 30 * 60);
+  clock.SetLocalOffset(22 * 3600LL + 30LL * 60);
   GetLocalTime(&st);
   EXPECT_EQ(st.wDay, 2);
   EXPECT_EQ(st.wHour, 0);

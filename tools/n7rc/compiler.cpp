@@ -198,7 +198,7 @@ std::uint32_t parse_number(const Token& token, std::uint32_t min, std::uint32_t 
                            std::string_view what, int line_no) {
   const std::string& word = token.word;
   const bool hex = word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
-  const std::string_view digits = std::string_view(word).substr(hex ? 2 : 0);
+  const std::string_view digits = std::string_view{word}.substr(hex ? 2 : 0);
   std::uint64_t value = 0;
   bool valid = !token.quoted && !digits.empty() && digits.size() <= 10;
   for (const char c : digits) {
