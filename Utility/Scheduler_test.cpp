@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "core/trace.h"
+#include "core/trace_capture_test.h"
 #include "platform/Clock.h"
 #include "platform/ManualClock.h"
 #include "platform/NoDestructor.h"
@@ -327,39 +328,10 @@ TEST_F(SchedulerTest, ManyThreadsScheduleAndDescheduleAtOnce) {
   EXPECT_EQ(log_.Snapshot().size(), expected);
 }
 
-// Collects the scheduler's trace messages.
-class TraceCapture : public n7trace::TraceSink {
+// Collects the scheduler's trace messages, with its topic at the level that shows them all.
+class TraceCapture : public n7trace::test_support::TraceCapture {
  public:
-  struct Message {
-    std::string function, file, text;
-    int level, msg_type, user_msg_type;
-  };
-  TraceCapture() : topic_(n7trace::get_trace_mgr().topic_handle("N7Scheduler", 0, 41)->topic) {
-    saved_level_ = topic_->trace_level();
-    topic_->set_trace_level(61);
-    n7trace::get_trace_mgr().add_sink(this);
-  }
-  ~TraceCapture() override {
-    n7trace::get_trace_mgr().remove_sink(this);
-    topic_->set_trace_level(saved_level_);
-  }
-  void write(const n7trace::TraceRecord& record) override {
-    if (record.topic != "N7Scheduler") return;
-    std::lock_guard lock(mutex_);
-    messages_.push_back({std::string(record.function), std::string(record.file),
-                         std::string(record.text), record.level, record.msg_type,
-                         record.user_msg_type});
-  }
-  std::vector<Message> Take() {
-    std::lock_guard lock(mutex_);
-    return std::exchange(messages_, {});
-  }
-
- private:
-  n7trace::TraceTopic* topic_;
-  std::int8_t saved_level_;
-  std::mutex mutex_;
-  std::vector<Message> messages_;
+  TraceCapture() : n7trace::test_support::TraceCapture("N7Scheduler", 41, 61) {}
 };
 
 std::string PointerText(const void* pointer) {
