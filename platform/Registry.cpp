@@ -25,6 +25,7 @@
 #include "platform/RegistryStore_internal.h"
 #include "platform/RegistryText_internal.h"
 #include "platform/SyncObjects.h"
+#include "platform/WideText_internal.h"
 
 namespace n7platform::internal {
 namespace {
@@ -175,10 +176,10 @@ REGSAM Granted(REGSAM desired) {
 }
 
 DWORD ToName(std::wstring_view text, RegName* name) {
-  const std::optional<std::string> utf8 = WideToUtf8(text);
+  const std::optional<std::string> utf8 = ToUtf8(text);
   if (!utf8) return ERROR_INVALID_PARAMETER;
   name->name = *utf8;
-  name->folded = *WideToUtf8(FoldCase(text));
+  name->folded = *ToUtf8(FoldCase(text));
   return ERROR_SUCCESS;
 }
 
@@ -287,8 +288,8 @@ bool IsThisMachine(LPCWSTR machine) {
   if (name.empty()) return true;
   char host[256] = {};
   if (gethostname(host, sizeof host - 1) != 0) return false;
-  const std::optional<std::string> given = WideToUtf8(FoldCase(name));
-  return given && *given == *WideToUtf8(FoldCase(Utf8ToWide(host)));
+  const std::optional<std::string> given = ToUtf8(FoldCase(name));
+  return given && *given == *ToUtf8(FoldCase(Utf8ToWide(host)));
 }
 
 DWORD ReadFile(const std::string& path, std::string* bytes) {
@@ -324,7 +325,7 @@ DWORD WriteNewFile(const std::string& path, const std::string& bytes) {
 
 DWORD ToFilePath(LPCWSTR file, std::string* path) {
   if (file == nullptr) return ERROR_INVALID_PARAMETER;
-  const std::optional<std::string> utf8 = WideToUtf8(file);
+  const std::optional<std::string> utf8 = ToUtf8(file);
   if (!utf8 || utf8->empty()) return ERROR_INVALID_PARAMETER;
   *path = *utf8;
   return ERROR_SUCCESS;

@@ -12,6 +12,7 @@
 #include "platform/RegistryStore_internal.h"
 #include "platform/RegistryText_internal.h"
 #include "platform/Time.h"
+#include "platform/WideText_internal.h"
 
 namespace n7platform::internal {
 namespace {
@@ -793,12 +794,12 @@ namespace {
 // that is empty, too long or holds a backslash.
 bool StoredName(const std::string& name, bool is_key, RegName* out) {
   const std::wstring wide = Utf8ToWide(name);
-  if (WideToUtf8(wide) != name) return false;
+  if (ToUtf8(wide) != name) return false;
   if (is_key && (wide.empty() || wide.size() > 255 || wide.find(L'\\') != std::wstring::npos))
     return false;
   if (!is_key && wide.size() > 16383) return false;
   out->name = name;
-  out->folded = *WideToUtf8(FoldCase(wide));
+  out->folded = *ToUtf8(FoldCase(wide));
   return true;
 }
 

@@ -12,19 +12,6 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 bool IsScalarValue(char32_t c) { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
-void AppendUtf8(char32_t c, std::string& out) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-    return;
-  }
-  const int continuation_bytes = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-  constexpr unsigned kLeadBits[] = {0x00, 0xC0, 0xE0, 0xF0};
-  out += static_cast<char>(kLeadBits[continuation_bytes] | (c >> (6 * continuation_bytes)));
-  for (int shift = 6 * (continuation_bytes - 1); shift >= 0; shift -= 6) {
-    out += static_cast<char>(0x80 | ((c >> shift) & 0x3F));
-  }
-}
-
 // Decodes the sequence at text[*pos], advancing *pos past it; kReplacement for a malformed one
 // (which then consumes one byte).
 char32_t DecodeUtf8(std::string_view text, std::size_t* pos) {
@@ -52,18 +39,6 @@ locale_t UnicodeLocale() {
 }
 
 }  // namespace
-
-std::optional<std::string> WideToUtf8(std::wstring_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (const wchar_t w : text) {
-    // wchar_t holds UTF-32; a negative value wraps above the range and fails the test.
-    const auto c = static_cast<char32_t>(w);
-    if (!IsScalarValue(c)) return std::nullopt;
-    AppendUtf8(c, out);
-  }
-  return out;
-}
 
 std::wstring Utf8ToWide(std::string_view text) {
   std::wstring out;
