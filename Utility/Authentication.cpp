@@ -526,6 +526,11 @@ namespace {
 constexpr char kCreateM1[] = "N7Authentication::SRPClientCreateM1()";
 constexpr char kValidateM2[] = "N7Authentication::SRPClientValidateM2()";
 constexpr char kRound1[] = "N7Authentication::MakeExtendedChallengeRound1()";
+constexpr char kRound2[] = "N7Authentication::MakeExtendedChallengeRound2()";
+// The iteration counts a client accepts from a server: enough for any real blob, while a hostile
+// server cannot make the client derive x for minutes.
+constexpr int kMinIterations = 1;
+constexpr int kMaxIterations = 10'000'000;
 
 const n7crypto::SrpContext& srp() { return n7crypto::get_default_srp_context(); }
 
@@ -555,6 +560,23 @@ struct WipedBytes {
   std::vector<unsigned char> bytes;
 };
 
+// A blob from which no password hash can be read would give the verifier g^0 = 1, which a client
+// using x = 0 satisfies without knowing the password: both server rounds refuse it before
+// anything is computed.
+void require_password_hash(const std::vector<unsigned char>& hash, const char* function, int line) {
+  if (hash.empty()) raise_blob_error("Ill-formatted (empty) password blob", function, line);
+}
+
+// The peer's iteration count as the derivation takes it. Counts beyond an int fail the checked
+// cast; counts outside the accepted range are refused as out of range the same way.
+int bounded_iterations(unsigned int iterations) {
+  const int count = n7core::safe_cast<int>(iterations);
+  if (count < kMinIterations || count > kMaxIterations) {
+    n7core::safe_cast_throw_value_truncated("int32_t", std::int64_t{count});
+  }
+  return count;
+}
+
 void require_known_algorithm(int algorithm, const char* function, int line) {
   if (algorithm != impl::kAlgorithmPbkdf2Sha256 && algorithm != impl::kAlgorithmLegacy) {
     n7core::throw_error(n7crypto::errors::srp_invalid_arg_hash_algorithm, "Unknown hash algorithm",
@@ -582,7 +604,7 @@ n7crypto::Key password_key(const std::string& userId, const std::string& passwor
   require_known_algorithm(algorithm, kCreateM1, __LINE__);
   if (algorithm == impl::kAlgorithmLegacy) return legacy_password_key_of(salt, userId, password);
   return n7crypto::pbkdf2_sha1(data_of(password), password.size(), data_of(salt), salt.size(),
-                               n7core::safe_cast<int>(iterations),
+                               bounded_iterations(iterations),
                                static_cast<int>(srp().digest_size()));
 }
 
@@ -634,6 +656,7 @@ void MakeExtendedChallengeRound1(const std::string& /*userId*/, const std::strin
   int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
   impl::crack_extended_password_blob(blob, &salt, &hash.bytes, &algorithm, &iterations, nullptr);
+  require_password_hash(hash.bytes, kRound1, __LINE__);
   require_known_algorithm(algorithm, kRound1, __LINE__);
   props = impl::make_public_password_props(salt.data(), salt.size(), algorithm, iterations);
   // The verifier is made afresh from x at every login: the blob stores x, not v.
@@ -653,9 +676,11 @@ bool MakeExtendedChallengeRound2(const std::string& userId, const std::string& b
   M2.clear();
   // The algorithm is read with the salt but not checked: the proofs do not depend on it.
   std::vector<unsigned char> salt;
+  WipedBytes hash;
   int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
-  impl::crack_extended_password_blob(blob, &salt, nullptr, &algorithm, &iterations, nullptr);
+  impl::crack_extended_password_blob(blob, &salt, &hash.bytes, &algorithm, &iterations, nullptr);
+  require_password_hash(hash.bytes, kRound2, __LINE__);
   n7crypto::Key m2;
   if (!srp().server_authenticate(data_of(userId), userId.size(), data_of(salt), salt.size(),
                                  data_of(A), A.size(), data_of(B), B.size(), data_of(M1), M1.size(),

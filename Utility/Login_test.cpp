@@ -334,7 +334,8 @@ TEST(Login, EveryRefusalHasItsCodeMessageAndLocation) {
       {"round 2: empty blob", round2(user, "", l.A, l.M1, l.B, l.serverK), kBlob, kEmptyBlob,
        kBlobReader},
       {"round 2: blob cut before the salt",
-       round2(user, blobWithoutSalt, l.A, l.M1, l.B, l.serverK), kSize, kWidth, kAuthenticate},
+       round2(user, blobWithoutSalt, l.A, l.M1, l.B, l.serverK), kBlob, kEmptyBlob,
+       "N7Authentication::MakeExtendedChallengeRound2()"},
       {"round 2: 15-byte salt", round2(user, shortSaltBlob, l.A, l.M1, l.B, l.serverK), kSize,
        kWidth, kAuthenticate},
       {"round 2: 127-byte A", round2(user, blob, shortA, l.M1, l.B, l.serverK), kSize, kWidth,
@@ -355,6 +356,64 @@ TEST(Login, EveryRefusalHasItsCodeMessageAndLocation) {
     EXPECT_EQ(t.message, c.message);
     EXPECT_EQ(t.function, c.function);
     EXPECT_EQ(bytes_of(K), Bytes{7});
+    EXPECT_EQ(M1, Bytes{7});
+  }
+}
+
+// Blobs from which no password hash can be read. Were the verifier built from their empty x, it
+// would be g^0 = 1 and a client using x = 0 would pass both rounds without the password.
+TEST(Login, BlobsWithoutAPasswordHashAreRefusedByBothRounds) {
+  const std::string good = MdgM2("Operator", "Night-Shift 7");
+  const std::size_t hashStart = good.find("\"passwd-hash\" \"") + 15;
+  const std::string hash = good.substr(hashStart, good.find('"', hashStart) - hashStart);
+  const std::string hashless[] = {
+      legacy_blob("", "Night-Shift 7", salt_of_size(16)),
+      replaced(good, hash, ""),
+      replaced(good, hash, "not base64!"),
+  };
+  const Login l = log_in("Operator", "Night-Shift 7", good);
+  for (const std::string& blob : hashless) {
+    SCOPED_TRACE(blob);
+    Bytes salt, B, M2;
+    Key K;
+    std::string props;
+    Thrown t = thrown([&] { MakeExtendedChallengeRound1("", blob, l.A, salt, B, K, props); });
+    EXPECT_EQ(t.code, "error.n7crypto.srp.invalidArg.blob");
+    EXPECT_EQ(t.message, "Ill-formatted (empty) password blob");
+    EXPECT_EQ(t.function, "N7Authentication::MakeExtendedChallengeRound1()");
+    EXPECT_TRUE(B.empty());
+    t = thrown(
+        [&] { MakeExtendedChallengeRound2("Operator", blob, l.A, l.M1, l.B, l.serverK, M2); });
+    EXPECT_EQ(t.message, "Ill-formatted (empty) password blob");
+    EXPECT_EQ(t.function, "N7Authentication::MakeExtendedChallengeRound2()");
+    EXPECT_TRUE(M2.empty());
+  }
+}
+
+// A server names the iteration count the client must run; absurd counts are refused before any
+// work is done, whatever their spelling.
+TEST(Login, TheClientRefusesIterationCountsOutOfRange) {
+  const std::string blob = MdgM2("Operator", "Night-Shift 7");
+  const Login l = log_in("Operator", "Night-Shift 7", blob);
+  const struct {
+    const char* count;
+    const char* code;
+  } cases[] = {
+      {"0", "error.n7core.safeCast.valueTruncated"},
+      {"-1", "error.n7core.safeCast.valueTruncated"},
+      {"10000001", "error.n7core.safeCast.valueTruncated"},
+      {"2147483647", "error.n7core.safeCast.valueTruncated"},
+      {"4294967295", "error.n7core.safeCast.signReversal"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.count);
+    const std::string props =
+        replaced(l.props, "<iterations>1024<", std::string("<iterations>") + c.count + "<");
+    Key K = key_of({7});
+    Bytes M1 = {7};
+    const Thrown t =
+        thrown([&] { SRPClientCreateM1("Operator", "x", props, {}, l.a, l.A, l.B, K, M1); });
+    EXPECT_EQ(t.code, c.code);
     EXPECT_EQ(M1, Bytes{7});
   }
 }

@@ -483,7 +483,13 @@ bool SrpContext::client_verify(const unsigned char* A, std::size_t ALength, cons
 Key SrpContext::create_password_verifier(const unsigned char* x, std::size_t xLength) const {
   const SrpContextImpl& impl = SrpContextImpl::from_pimpl(impl_);
   const Computation c(impl, "n7crypto::SrpContext::create_password_verifier()");
-  return c.padded(c.mod_exp_secret(impl.g(), c.secret(Bytes(x, xLength)).get()).get());
+  // An x of nothing or of a multiple of N makes v = 1, which any client passes with x = 0.
+  const Bytes key(x, xLength);
+  const Bn secretX = c.secret(key);
+  if (key.size == 0 || c.is_zero_mod_n(secretX.get())) {
+    c.raise(errors::srp_invalid_arg, "SRP (x%N==0) not permitted", __LINE__);
+  }
+  return c.padded(c.mod_exp_secret(impl.g(), secretX.get()).get());
 }
 
 Key SrpContext::server_create_key(const unsigned char* v, std::size_t vLength,

@@ -233,7 +233,13 @@ TEST(SrpContextTest, PeerValuesThatAreMultiplesOfNAreRefused) {
                             l.m1);
     });
     EXPECT_EQ(error.code, "error.n7crypto.srp.protocolViolation");
+    // A verifier from such an x would be 1, which a client passes with x = 0.
+    error = thrown_error([&] { srp.create_password_verifier(value.data(), value.size()); });
+    EXPECT_EQ(error.code, "error.n7crypto.srp.invalidArg");
+    EXPECT_EQ(error.message, "SRP (x%N==0) not permitted");
   }
+  EXPECT_EQ(thrown_error([&] { srp.create_password_verifier(nullptr, 0); }).message,
+            "SRP (x%N==0) not permitted");
 }
 
 TEST(SrpContextTest, ArgumentsOfTheWrongWidthAreRefusedBeforeAnyOutput) {

@@ -34,7 +34,7 @@ grep -q '^M2  (none)$' "$scratch/out" || fail "an M2 after a refusal"
 
 head -c 20 "$scratch/blob" >"$scratch/cut"
 login 1 'Grüß Gott 7' "$scratch/cut"
-grep -q '^n7util: .*Unknown hash algorithm' "$scratch/err" || fail "cut blob: $(cat "$scratch/err")"
+grep -q '^n7util: .*Ill-formatted (empty) password blob' "$scratch/err" || fail "cut blob: $(cat "$scratch/err")"
 
 login 2 'Grüß Gott 7' "$scratch/missing"
 "$n7util" srp login Operator </dev/null >/dev/null 2>&1
