@@ -33,7 +33,6 @@ namespace {
 constexpr std::size_t kMaxKeyNameLength = 255;
 constexpr std::size_t kMaxValueNameLength = 16383;
 constexpr std::size_t kMaxPathDepth = 512;
-constexpr DWORD kMaxDataSize = 16u << 20;
 constexpr std::size_t kMaxSavedFileSize = 256u << 20;
 constexpr REGSAM kEveryRight = KEY_ALL_ACCESS | ACCESS_SYSTEM_SECURITY;
 

@@ -790,11 +790,18 @@ DWORD HiveStore::Save(const KeyRef& key, SavedKey* tree) {
 
 namespace {
 
-// The name as stored, upper-cased; false for text that is not valid UTF-8, and for a key name
-// that is empty, too long or holds a backslash.
+// Whether a saved text is one the store could have written: valid UTF-8 without U+0000, which
+// the store's length and comparison functions would stop at.
+bool StorableText(const std::string& text, std::wstring* wide) {
+  *wide = Utf8ToWide(text);
+  return ToUtf8(*wide) == text && wide->find(L'\0') == std::wstring::npos;
+}
+
+// The name as stored, upper-cased; false for text that is not storable, and for a key name that
+// is empty, too long or holds a backslash.
 bool StoredName(const std::string& name, bool is_key, RegName* out) {
-  const std::wstring wide = Utf8ToWide(name);
-  if (ToUtf8(wide) != name) return false;
+  std::wstring wide;
+  if (!StorableText(name, &wide)) return false;
   if (is_key && (wide.empty() || wide.size() > 255 || wide.find(L'\\') != std::wstring::npos))
     return false;
   if (!is_key && wide.size() > 16383) return false;
@@ -809,14 +816,17 @@ DWORD HiveStore::RestoreKey(const KeyRef& key, const SavedKey& tree, int depth) 
   if (depth > kMaxSavedDepth) return ERROR_REGISTRY_CORRUPT;
   for (const SavedValue& value : tree.values) {
     RegName name;
-    if (!StoredName(value.name, false, &name)) return ERROR_REGISTRY_CORRUPT;
+    if (!StoredName(value.name, false, &name) || value.data.size() > kMaxDataSize)
+      return ERROR_REGISTRY_CORRUPT;
     Statement insert(*this, kInsertValue);
     insert.Bind(key.id).Bind(name.name).Bind(name.folded).Bind(std::int64_t{value.type});
     if (DWORD error = insert.Bind(std::span<const BYTE>(value.data)).Execute()) return error;
   }
   for (const SavedKey& subtree : tree.subkeys) {
     RegName name;
-    if (!StoredName(subtree.name, true, &name)) return ERROR_REGISTRY_CORRUPT;
+    std::wstring class_name;
+    if (!StoredName(subtree.name, true, &name) || !StorableText(subtree.class_name, &class_name))
+      return ERROR_REGISTRY_CORRUPT;
     KeyRef child;
     if (DWORD error = InsertKey(key, name, subtree.class_name, key.is_volatile, subtree.security,
                                 subtree.last_write, &child))

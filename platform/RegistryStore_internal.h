@@ -32,6 +32,8 @@ namespace n7platform::internal {
 
 enum class Hive { kClassesRoot, kCurrentUser, kLocalMachine, kUsers };
 inline constexpr int kHiveCount = 4;
+// The largest value the store holds, in bytes.
+inline constexpr std::size_t kMaxDataSize = 16u << 20;
 
 // A name of a key path or a value name: as given, and upper-cased (both UTF-8).
 struct RegName {

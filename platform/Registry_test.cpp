@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/KernelObjects.h"
+#include "platform/RegistryFile_internal.h"
 #include "platform/RegistryFixture_internal.h"
 
 namespace n7platform {
@@ -343,6 +344,42 @@ TEST_F(RegistryTest, SaveAndRestoreRoundTrip) {
   EXPECT_EQ(RegRestoreKeyW(target, cut.c_str(), 0), ERROR_REGISTRY_CORRUPT);
   EXPECT_EQ(RegRestoreKeyW(target, (file + L".none").c_str(), 0), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(ValueNames(target), std::vector<std::wstring>{L"Top"});
+}
+
+// A save file is outside input: a file the store could not have written is refused whole, since
+// a name holding U+0000 or a class that is not UTF-8 could be neither listed, opened nor deleted.
+TEST_F(RegistryTest, RestoreRefusesContentTheStoreCannotHold) {
+  Key target;
+  ASSERT_EQ(Create(HKEY_CURRENT_USER, L"Target", target), 0);
+  ASSERT_EQ(SetText(target, L"Kept", L"kept"), 0);
+  const auto tree = [](auto spoil) {
+    internal::SavedKey root;
+    root.values.push_back({"Good", REG_DWORD, {1, 0, 0, 0}});
+    root.subkeys.emplace_back().name = "Child";
+    spoil(root);
+    return root;
+  };
+  const internal::SavedKey spoilt[] = {
+      tree([](internal::SavedKey& k) {
+        k.values.push_back({std::string("a\0b", 3), 4, {}});
+      }),
+      tree([](internal::SavedKey& k) { k.subkeys.emplace_back().name = std::string("c\0", 2); }),
+      tree([](internal::SavedKey& k) { k.subkeys.front().class_name = "\xC3("; }),
+      tree([](internal::SavedKey& k) { k.subkeys.front().class_name = std::string("x\0", 2); }),
+      tree([](internal::SavedKey& k) {
+        k.values.push_back({"Huge", REG_BINARY, std::vector<BYTE>((16u << 20) + 1)});
+      }),
+  };
+  const std::string directory = registry_.directory();
+  int n = 0;
+  for (const internal::SavedKey& saved : spoilt) {
+    const std::string path = directory + "/spoilt" + std::to_string(n++);
+    std::ofstream(path, std::ios::binary) << internal::EncodeSavedKey(saved);
+    const std::wstring file(path.begin(), path.end());
+    EXPECT_EQ(RegRestoreKeyW(target, file.c_str(), 0), ERROR_REGISTRY_CORRUPT) << n;
+    EXPECT_EQ(ValueNames(target), std::vector<std::wstring>{L"Kept"});
+    EXPECT_TRUE(SubkeyNames(target).empty());
+  }
 }
 
 TEST(RegistryVolatileTest, VolatileKeysEndWithTheBoot) {

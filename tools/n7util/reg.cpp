@@ -57,10 +57,12 @@ class Key {
   Key(std::string_view path, REGSAM access, bool create) : path_(path) {
     const auto [root, sub_key] = split(path);
     const std::wstring wide = n7core::to_wstring(sub_key);
-    const LSTATUS status =
-        create ? RegCreateKeyExW(root, wide.c_str(), 0, nullptr, 0, access, nullptr, &key_, nullptr)
-               : RegOpenKeyExW(root, wide.c_str(), 0, access, &key_);
+    DWORD disposition = REG_OPENED_EXISTING_KEY;
+    const LSTATUS status = create ? RegCreateKeyExW(root, wide.c_str(), 0, nullptr, 0, access,
+                                                    nullptr, &key_, &disposition)
+                                  : RegOpenKeyExW(root, wide.c_str(), 0, access, &key_);
     check(status, "cannot open " + path_);
+    created_ = disposition == REG_CREATED_NEW_KEY;
   }
   ~Key() { RegCloseKey(key_); }
   Key(const Key&) = delete;
@@ -68,6 +70,14 @@ class Key {
 
   HKEY get() const { return key_; }
   const std::string& path() const { return path_; }
+
+  // Deletes the key if this object created it, so that a command that fails after creating its
+  // key leaves nothing behind.
+  void DeleteIfCreated() const {
+    if (!created_) return;
+    const auto [root, sub_key] = split(path_);
+    RegDeleteKeyW(root, n7core::to_wstring(sub_key).c_str());
+  }
 
   // The predefined key a path starts with, and the rest of the path.
   static std::pair<HKEY, std::string_view> split(std::string_view path) {
@@ -88,6 +98,7 @@ class Key {
  private:
   std::string path_;
   HKEY key_ = nullptr;
+  bool created_ = false;
 };
 
 struct Value {
@@ -306,8 +317,10 @@ int restore(const std::vector<std::string_view>& args) {
   const Args parsed(args, {});
   parsed.expect_operands(2, 2);
   const Key key(parsed.operands()[0], KEY_ALL_ACCESS, true);
-  check(RegRestoreKeyW(key.get(), n7core::to_wstring(parsed.operands()[1]).c_str(), 0),
-        "cannot restore the key");
+  const LSTATUS status =
+      RegRestoreKeyW(key.get(), n7core::to_wstring(parsed.operands()[1]).c_str(), 0);
+  if (status != ERROR_SUCCESS) key.DeleteIfCreated();
+  check(status, "cannot restore the key");
   return kExitOk;
 }
 

@@ -53,6 +53,8 @@ expect "restored value" 0 "Count	REG_DWORD	42" reg query 'HKLM\Software\Copy' --
 expect "restored subkey" 0 "alpha" reg enum 'HKLM\Software\Copy'
 head -c 40 "$scratch/saved" >"$scratch/cut"
 expect "restore a cut file" 1 "" reg restore 'HKLM\Software\Copy' "$scratch/cut"
+expect "restore a cut file to a new key" 1 "" reg restore 'HKLM\Software\Fresh' "$scratch/cut"
+expect "no key left by a failed restore" 1 "" reg enum 'HKLM\Software\Fresh'
 
 # watch reports on standard error once it watches; the change is made only then.
 mkfifo "$scratch/ready"
