@@ -69,7 +69,7 @@ constexpr NamedType kTypes[] = {
 // A word of a statement: a bare word, or a quoted literal with its escapes decoded.
 struct Token {
   std::string word;     // as written (bare words only)
-  std::u32string text;  // decoded (quoted literals only)
+  std::u32string text;  // the characters: a bare word's UTF-8 decoded, a literal's escapes too
   bool quoted = false;
 };
 
@@ -147,6 +147,12 @@ char32_t parse_escape(std::string_view line, std::size_t& pos, int line_no) {
   }
 }
 
+// A character of a word or text, which may be anything but 0: a name or text would end there.
+char32_t nonzero(char32_t code, int line_no) {
+  if (code == 0) throw CompileError(line_no, "a text may not hold the character 0");
+  return code;
+}
+
 // Reads the quoted literal that starts at `pos` (the opening quote).
 Token read_literal(std::string_view line, std::size_t& pos, int line_no) {
   Token token;
@@ -156,20 +162,26 @@ Token read_literal(std::string_view line, std::size_t& pos, int line_no) {
     if (pos >= line.size()) throw CompileError(line_no, "unterminated text");
     const char c = line[pos];
     if (c == '"') break;
-    char32_t code = 0;
-    if (c == '\\') {
-      code = parse_escape(line, ++pos, line_no);
-    } else {
-      code = decode_utf8(line, pos, line_no);
-    }
-    if (code == 0) throw CompileError(line_no, "a text may not hold the character 0");
-    token.text += code;
+    const char32_t code =
+        c == '\\' ? parse_escape(line, ++pos, line_no) : decode_utf8(line, pos, line_no);
+    token.text += nonzero(code, line_no);
   }
   ++pos;
   return token;
 }
 
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+// Reads the bare word that starts at `pos`, up to a blank or a quote.
+Token read_bare_word(std::string_view line, std::size_t& pos, int line_no) {
+  Token token;
+  const std::size_t start = pos;
+  while (pos < line.size() && !is_blank(line[pos]) && line[pos] != '"') {
+    token.text += nonzero(decode_utf8(line, pos, line_no), line_no);
+  }
+  token.word = line.substr(start, pos - start);
+  return token;
+}
 
 std::vector<Token> tokenize(std::string_view line, int line_no) {
   std::vector<Token> tokens;
@@ -181,9 +193,7 @@ std::vector<Token> tokenize(std::string_view line, int line_no) {
       tokens.push_back(read_literal(line, pos, line_no));
       continue;
     }
-    const std::size_t start = pos;
-    while (pos < line.size() && !is_blank(line[pos]) && line[pos] != '"') ++pos;
-    tokens.push_back(Token{std::string(line.substr(start, pos - start)), {}, false});
+    tokens.push_back(read_bare_word(line, pos, line_no));
   }
 }
 
@@ -229,6 +239,7 @@ std::wstring upper_name(std::u32string_view text) {
   return name;
 }
 
+// An ASCII text of this compiler's own tables as characters.
 std::u32string widen_ascii(std::string_view word) { return {word.begin(), word.end()}; }
 
 bool starts_with_digit(const Token& token) {
@@ -245,7 +256,7 @@ ResourceId parse_type(const Token& token, int line_no) {
     return ResourceId{static_cast<std::uint16_t>(parse_number(token, 1, 0xFFFF, "type", line_no)),
                       std::nullopt};
   }
-  const std::wstring upper = upper_name(widen_ascii(token.word));
+  const std::wstring upper = upper_name(token.text);
   for (const NamedType& type : kTypes) {
     if (upper == upper_name(widen_ascii(type.name))) return ResourceId{type.id, std::nullopt};
   }
@@ -258,7 +269,7 @@ ResourceId parse_name(const Token& token, int line_no) {
     return ResourceId{static_cast<std::uint16_t>(parse_number(token, 1, 0xFFFF, "name", line_no)),
                       std::nullopt};
   }
-  const std::u32string text = token.quoted ? token.text : widen_ascii(token.word);
+  const std::u32string& text = token.text;
   if (text.empty()) throw CompileError(line_no, "a resource name may not be empty");
   return ResourceId{0, upper_name(text)};
 }
@@ -413,12 +424,14 @@ class Compiler {
   }
 
   std::vector<unsigned char> file_bytes(const Token& token, int line_no) {
-    const std::u32string path_text = token.quoted ? token.text : widen_ascii(token.word);
-    const std::filesystem::path path = base_dir_ / std::filesystem::path(to_utf8(path_text));
-    std::ifstream file(path, std::ios::binary);
+    const std::filesystem::path path = base_dir_ / std::filesystem::path(to_utf8(token.text));
+    // Only a regular file has bytes to read: a stream over a directory fails inside the read.
+    std::error_code status;
+    std::ifstream file;
+    if (std::filesystem::is_regular_file(path, status)) file.open(path, std::ios::binary);
     std::vector<unsigned char> bytes;
-    if (file) bytes.assign(std::istreambuf_iterator<char>(file), {});
-    if (!file && !file.eof()) {
+    if (file.is_open()) bytes.assign(std::istreambuf_iterator<char>(file), {});
+    if (!file.is_open() || (!file && !file.eof())) {
       throw CompileError(line_no, "cannot read '" + path.string() + "'");
     }
     inputs_.push_back(path);

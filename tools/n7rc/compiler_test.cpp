@@ -81,8 +81,9 @@ TEST(ResourceCompilerTest, BinaryItemsFromBytesTextAndFiles) {
   const CompiledResources compiled = compile_text(
       "resource RCDATA 5 bytes 00 ff 7A\n"
       "resource \"custom\" name_a text \"\\u00e9\"\n"
-      "resource 300 \"Two Words\" file \"n7rc data\"\n");
-  ASSERT_EQ(compiled.resources.size(), 3u);
+      "resource 300 \"Two Words\" file \"n7rc data\"\n"
+      "resource RCDATA caf\xC3\xA9 bytes 01\n");
+  ASSERT_EQ(compiled.resources.size(), 4u);
   EXPECT_THAT(find(compiled, 10, 5, 0).bytes, ElementsAre(0x00, 0xFF, 0x7A));
   EXPECT_EQ(*compiled.resources[1].type.name, L"CUSTOM");
   EXPECT_EQ(*compiled.resources[1].name.name, L"NAME_A");
@@ -91,6 +92,7 @@ TEST(ResourceCompilerTest, BinaryItemsFromBytesTextAndFiles) {
   EXPECT_EQ(*compiled.resources[2].name.name, L"TWO WORDS");
   EXPECT_THAT(compiled.resources[2].bytes, ElementsAre(1, 2));
   EXPECT_THAT(compiled.inputs, ElementsAre(data));
+  EXPECT_EQ(*compiled.resources[3].name.name, L"CAF\u00e9");  // a bare word is UTF-8 too
 }
 
 TEST(ResourceCompilerTest, GeneratedSourceDefinesTheExportedTable) {
@@ -134,6 +136,8 @@ TEST(ResourceCompilerTest, MalformedDescriptionsNameTheLineAndTheMistake) {
       {"resource RCDATA 1 bytes 0g", 1, "pairs of hexadecimal digits, not '0g'"},
       {"resource RCDATA 1 blob 00", 1, "expected file, bytes or text, not 'blob'"},
       {"resource RCDATA 1 file \"no such file\"", 1, "cannot read"},
+      {"resource RCDATA 1 file .", 1, "cannot read"},
+      {"resource RCDATA caf\xC3 bytes 00", 1, "invalid UTF-8"},
       {"resource RCDATA 1 bytes 00\nresource rcdata 1 bytes 01", 2, "already defined"},
       {"resource RCDATA N bytes 00\nresource 10 n bytes 01", 2, "already defined"},
   };
