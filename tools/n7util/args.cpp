@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string>
 
 #include "command.h"
+#include "core/error.h"
+#include "core/text.h"
 
 namespace n7util {
 namespace {
@@ -22,13 +25,29 @@ const OptionSpec* find_option(std::initializer_list<OptionSpec> options, std::st
   throw UsageError(message);
 }
 
+// Every argument becomes wide text somewhere, so one that is not UTF-8 is refused here, with its
+// position, rather than deep inside a command.
+void require_utf8(std::string_view arg, std::size_t index) {
+  try {
+    n7core::to_wstring(arg);
+  } catch (const n7core::ErrorException&) {
+    throw_usage("argument ", std::to_string(index + 1), " is not valid UTF-8");
+  }
+}
+
+// "-" alone and negative numbers ("-1", "-0.5") are operands; options start with "--".
+bool is_operand(std::string_view arg) {
+  return arg == "-" || !arg.starts_with('-') || (arg.size() > 1 && arg[1] >= '0' && arg[1] <= '9');
+}
+
 }  // namespace
 
 Args::Args(const std::vector<std::string_view>& args, std::initializer_list<OptionSpec> options) {
   bool options_ended = false;
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string_view arg = args[i];
-    if (options_ended || arg == "-" || !arg.starts_with('-')) {
+    require_utf8(arg, i);
+    if (options_ended || is_operand(arg)) {
       operands_.push_back(arg);
       continue;
     }
@@ -53,6 +72,7 @@ Args::Args(const std::vector<std::string_view>& args, std::initializer_list<Opti
     } else if (inline_value) {
       value = *inline_value;
     } else if (i + 1 < args.size()) {
+      require_utf8(args[i + 1], i + 1);
       value = args[++i];
     } else {
       throw_usage("option '--", name, "' needs a value");

@@ -2,7 +2,8 @@
 //
 // Options are long ("--name"); an option that takes a value is given as "--name VALUE" or
 // "--name=VALUE". Options and operands may come in any order; "--" ends the options, and "-" alone
-// is an operand (standard input, by convention). Every mistake is a UsageError.
+// is an operand (standard input, by convention), and so is a negative number. Every argument must
+// be UTF-8. Every mistake is a UsageError.
 #pragma once
 
 #include <cstdint>

@@ -39,9 +39,16 @@ TEST(ArgsTest, DoubleDashEndsOptions) {
   EXPECT_EQ(args.operands(), (Argv{"--uri", "-x"}));
 }
 
+TEST(ArgsTest, NegativeNumbersAreOperands) {
+  const Args args(Argv{"-1", "--first-line", "-2", "-0.5"}, kOptions);
+  EXPECT_EQ(args.value("first-line"), "-2");
+  EXPECT_EQ(args.operands(), (Argv{"-1", "-0.5"}));
+}
+
 TEST(ArgsTest, MalformedCommandLinesAreUsageErrors) {
-  const Argv bad[] = {{"--nope"}, {"-q"}, {"--quiet=yes"}, {"--uri"}, {"a", "--first-line"},
-                      {"--=x"}};
+  const Argv bad[] = {
+      {"--nope"}, {"-q"},         {"--quiet=yes"},       {"--uri"}, {"a", "--first-line"}, {"--=x"},
+      {"a\xff"},  {"--uri=\xc3"}, {"--", "\xed\xa0\x80"}};
   for (const Argv& argv : bad) {
     EXPECT_THROW(Args(argv, kOptions), UsageError) << argv.front();
   }

@@ -58,7 +58,7 @@ expect 1 "$(fields 1721116 3 0 0 Sunday 'Invalid Date' no)" "'3/15' .* is not a 
   show 3/15
 expect 1 "$(fields 2451910 13 1 2000 Monday 'Invalid Date' no)" "not a valid date" show 13/01/2000
 expect 1 "" "is not a valid date" add 02/30/2017 --days 1
-expect 1 "" "UTF-8" show $'\xff'
+expect 1 "" "'-1' is not a valid date" add -1 --days 1
 
 # Usage errors: exit 2.
 expect 2 "" "missing operand" show
@@ -67,6 +67,9 @@ expect 2 "" "missing --days" add 01/01/2000
 expect 2 "" "only one of" add 01/01/2000 --days 1 --months 1
 expect 2 "" "--weeks must be a whole number" add 01/01/2000 --weeks 1.5
 expect 2 "" "day number must be a whole number" julian 2147483648
+expect 2 "" "day number must be a whole number .*not '-1'" julian -1
+expect 2 "" "argument 1 is not valid UTF-8" show $'\xff'
+expect 2 "" "argument 3 is not valid UTF-8" add 01/01/2000 --in $'yyyy\xc3'
 expect 2 "" "unknown subcommand" frob
 
 # Today, in any case, is a valid date.
