@@ -1,12 +1,12 @@
 #include "Utility/ResourceMgr.h"
 
+#include <algorithm>
 #include <array>
-#include <cwctype>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/File.h"
 #include "platform/FormatMessage.h"
 #include "platform/KernelObjects.h"
 #include "platform/LocalMemory.h"
@@ -73,26 +73,67 @@ std::optional<std::wstring_view> CodeOf(WORD language) {
   return std::nullopt;
 }
 
-bool HasModuleExtension(std::wstring_view file) {
-  if (file.size() <= 4) return false;
-  std::wstring extension(file.substr(file.size() - 4));
-  for (wchar_t& c : extension) c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
-  return extension == L".dll" || extension == L".exe" || extension == L".ocx";
+// How the language resource modules of a module file are named: `stem` + "Res." + code +
+// `suffix`, in res/ beside the module.
+struct ResourceModuleNaming {
+  std::wstring_view stem;
+  std::wstring_view suffix;
+};
+
+bool EqualsAsciiCaseBlind(std::wstring_view text, std::wstring_view lower) {
+  return text.size() == lower.size() &&
+         std::equal(text.begin(), text.end(), lower.begin(), [](wchar_t c, wchar_t l) {
+           return (c >= L'A' && c <= L'Z' ? c - L'A' + L'a' : c) == l;
+         });
 }
 
-// The language resource module of `module_file` for `language`: D/res/NameRes.<code>.dll for
-// D/Name.ext; empty when the language has no code, the file no module extension, or the
-// resource module does not exist.
+bool IsSharedObjectVersion(std::wstring_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](wchar_t c) { return c == L'.' || (c >= L'0' && c <= L'9'); });
+}
+
+// Name.dll|exe|ocx has NameRes.<code>.dll; a program without an extension (prog) has
+// progRes.<code>.so, and a shared object (libfoo.so, libfoo.so.1.2) libfooRes.<code>.so. Any
+// other name has none.
+std::optional<ResourceModuleNaming> NamingOf(std::wstring_view file_name) {
+  if (file_name.size() > 4) {
+    const std::wstring_view extension = file_name.substr(file_name.size() - 4);
+    for (const wchar_t* windows : {L".dll", L".exe", L".ocx"}) {
+      if (EqualsAsciiCaseBlind(extension, windows)) {
+        return ResourceModuleNaming{file_name.substr(0, file_name.size() - 4), L".dll"};
+      }
+    }
+  }
+  const std::size_t dot = file_name.find(L'.');
+  if (dot == std::wstring_view::npos) return ResourceModuleNaming{file_name, L".so"};
+  const std::wstring_view rest = file_name.substr(dot);
+  const bool shared_object =
+      rest == L".so" || (rest.starts_with(L".so.") && IsSharedObjectVersion(rest.substr(3)));
+  if (dot == 0 || !shared_object) return std::nullopt;
+  return ResourceModuleNaming{file_name.substr(0, dot), L".so"};
+}
+
+// Whether a file exists at `path`; the probe leaves the thread's last error as it was.
+bool FileExists(const std::wstring& path) {
+  const DWORD last_error = GetLastError();
+  const bool exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+  SetLastError(last_error);
+  return exists;
+}
+
+// The language resource module of `module_file` for `language`, D/res/<stem>Res.<code><suffix>
+// for D/<file name>; empty when the language has no code, the file name no language modules, or
+// the resource module does not exist.
 std::wstring ResourceModulePath(std::wstring_view module_file, WORD language) {
   const std::optional<std::wstring_view> code = CodeOf(language);
-  if (!code || !HasModuleExtension(module_file)) return {};
-  std::wstring path(module_file.substr(0, module_file.size() - 4));
-  path.append(L"Res.").append(*code).append(L".dll");
-  const std::size_t slash = path.rfind(L'/');
-  if (slash != std::wstring::npos) path.insert(slash, L"/res");
-  std::error_code error;
-  if (!std::filesystem::exists(std::filesystem::path(path), error)) return {};
-  return path;
+  const std::size_t slash = module_file.rfind(L'/');
+  const std::size_t name_start = slash == std::wstring_view::npos ? 0 : slash + 1;
+  const std::optional<ResourceModuleNaming> naming = NamingOf(module_file.substr(name_start));
+  if (!code || !naming) return {};
+  std::wstring path(module_file.substr(0, name_start));
+  path.append(name_start != 0 ? L"res/" : L"").append(naming->stem);
+  path.append(L"Res.").append(*code).append(naming->suffix);
+  return FileExists(path) ? path : std::wstring();
 }
 
 // The module to take strings in `language` from: its language resource module, or that of its

@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "core/text.h"
 #include "platform/KernelObjects.h"
 
 namespace {
@@ -48,6 +49,40 @@ TEST_F(ResourceMgrTest, LanguageFallsBackToThePrimaryLanguageModuleThenTheHost) 
   // missing from a block it has is missing.
   EXPECT_EQ(manager_.LoadStringW(17, 0, 0x040C), L"host seventeen");
   EXPECT_EQ(manager_.LoadStringW(3, 1, 0x040C), L"");
+}
+
+// Hosts named as Linux names programs and shared objects, in a directory whose name is not
+// ASCII while the process runs in the C locale: each finds its German module where the naming
+// rules put it, and a name without language modules keeps to the host's own strings.
+TEST(ResourceMgrNamingTest, LinuxNamesAndNonAsciiDirectoriesFindTheirLanguageModule) {
+  const struct {
+    const char* host;
+    const char* german;
+    const wchar_t* expected;
+  } layouts[] = {
+      {"prog", "progRes.de.so", L"Hallo"},
+      {"libfoo.so", "libfooRes.de.so", L"Hallo"},
+      {"libbar.so.1.2", "libbarRes.de.so", L"Hallo"},
+      {"Host.Dll", "HostRes.de.dll", L"Hallo"},
+      {"pr\xC3\xB6g", "pr\xC3\xB6gRes.de.so", L"Hallo"},
+      {"data.bin", "dataRes.de.so", L"host one"},
+      {"libbaz.so.x", "libbazRes.de.so", L"host one"},
+  };
+  const fs::path dir = fs::path(::testing::TempDir()) / ("\xC3\x9C"
+                                                         "ber." +
+                                                         std::to_string(getpid()));
+  for (const auto& layout : layouts) {
+    SCOPED_TRACE(layout.host);
+    const fs::path place = dir / layout.host;
+    fs::create_directories(place / "res");
+    fs::copy_file(N7_TEST_MODULE_HOST, place / layout.host, fs::copy_options::overwrite_existing);
+    fs::copy_file(N7_TEST_MODULE_DE, place / "res" / layout.german,
+                  fs::copy_options::overwrite_existing);
+    HINSTANCE host = LoadLibraryW(n7core::to_wstring((place / layout.host).string()).c_str());
+    ASSERT_NE(host, nullptr);
+    CResourceMgr manager(host);
+    EXPECT_EQ(manager.LoadStringW(1, 0, 0x0407), layout.expected);
+  }
 }
 
 TEST_F(ResourceMgrTest, IdentifierPicksTheCountedStringInItsBlock) {
