@@ -1,7 +1,7 @@
 # What `cmake --install` puts under the prefix: the shared library with its soname links, the
 # public headers under include/n7utility/ (laid out as in the source tree, so the library's own
 # "platform/Clock.h"-style includes resolve), the pkg-config module and the CMake package
-# `n7utility`, and the n7util tool.
+# `n7utility` with the resource compiler's functions, and the n7util and n7rc tools.
 include(CMakePackageConfigHelpers)
 
 set(N7_INSTALL_HEADERDIR ${CMAKE_INSTALL_INCLUDEDIR}/n7utility)
@@ -14,6 +14,13 @@ install(TARGETS n7utility EXPORT n7utilityTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS n7util
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# The resource compiler and its CMake functions, so that programs outside the project carry
+# string tables and language resource modules of their own.
+install(TARGETS n7rc EXPORT n7utilityTargets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/Resources.cmake
+  DESTINATION ${N7_INSTALL_CMAKEDIR}
+  RENAME n7utilityResources.cmake)
 
 # Headers: every *.h of the public layers. Headers named *_internal.h or *_test.h belong to the
 # library's own sources and tests and stay out.
@@ -59,7 +66,8 @@ install(EXPORT n7utilityTargets
   DESTINATION ${N7_INSTALL_CMAKEDIR})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/n7utilityConfig.cmake.in
   ${PROJECT_BINARY_DIR}/n7utilityConfig.cmake
-  INSTALL_DESTINATION ${N7_INSTALL_CMAKEDIR})
+  INSTALL_DESTINATION ${N7_INSTALL_CMAKEDIR}
+  PATH_VARS N7_INSTALL_HEADERDIR)
 # The soname carries the major version, so any release with the same major version will do.
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/n7utilityConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)

@@ -20,7 +20,7 @@
 // FindResourceW and LoadStringW ask for the neutral language. (Windows would also try the
 // thread's and the user's languages; this layer has no such setting.)
 //
-// String tables hold wchar_t text (see platform/ResourceTable_internal.h for the layouts).
+// String tables hold wchar_t text (see platform/ResourceTable.h for the layouts).
 //
 // The user-interface resources (menus, icons, cursors, bitmaps, accelerator tables) have no
 // window system to be built into: LoadMenuW and its kind return a handle that points at the

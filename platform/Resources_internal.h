@@ -2,7 +2,7 @@
 // tests can make a lookup fail or throw where no real module would.
 #pragma once
 
-#include "platform/ResourceTable_internal.h"
+#include "platform/ResourceTable.h"
 #include "platform/Resources.h"
 
 namespace n7platform::internal {

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Checks the installed library from the outside: installs the build tree into a scratch prefix,
 # checks the layout, builds consumer.cpp against the prefix with pkg-config and with
-# find_package(n7utility), runs both, and runs the installed n7util.
+# find_package(n7utility), runs both, builds and runs a host with its own resources and a language
+# module made by the installed resource compiler, and runs the installed n7util.
 #
 # Usage: check_install.sh BUILD_DIR WORK_DIR CXX_COMPILER CMAKE_GENERATOR
 # WORK_DIR is emptied first and kept afterwards, for a look at what went wrong.
@@ -32,7 +33,8 @@ for file in lib/libn7utility.so include/n7utility/n7utility.h \
   include/n7utility/platform/export.h include/n7utility/core/trace.h \
   include/n7utility/Utility/Scheduler.h lib/pkgconfig/n7utility.pc \
   lib/cmake/n7utility/n7utilityConfig.cmake lib/cmake/n7utility/n7utilityConfigVersion.cmake \
-  bin/n7util; do
+  lib/cmake/n7utility/n7utilityResources.cmake include/n7utility/platform/ResourceTable.h \
+  bin/n7util bin/n7rc; do
   [[ -e $prefix/$file ]] || fail "$file is not installed"
 done
 compgen -G "$prefix/lib/libn7utility.so.[0-9]*" >/dev/null || fail "no soname link installed"
@@ -59,6 +61,15 @@ cmake -S "$here" -B "$work/consumer-cmake" -G "$generator" -DCMAKE_CXX_COMPILER=
   -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF >"$work/consumer-cmake.log"
 cmake --build "$work/consumer-cmake"
 run_consumer "$work/consumer-cmake/consumer"
+
+# The resource host, where it was built and copied with its res/ into a directory whose name is
+# not ASCII, run in the C locale.
+run_consumer "$work/consumer-cmake/resource_host"
+moved="$work/Über Ort"
+mkdir -p "$moved/res"
+cp "$work/consumer-cmake/resource_host" "$moved/"
+cp "$work/consumer-cmake/res/resource_hostRes.de.so" "$moved/res/"
+LC_ALL=C run_consumer "$moved/resource_host"
 
 # The installed tool finds the installed library through its own rpath.
 version=$("$prefix/bin/n7util" --version) || fail "n7util --version exited with $?"

@@ -1,5 +1,6 @@
 // The resource table a module carries: the layout shared by the resource compiler's generated
-// source (tools/n7rc) and the platform layer's resource calls (platform/Resources.h).
+// source (tools/n7rc) and the platform layer's resource calls (platform/Resources.h). Installed,
+// since programs outside the project compile their own tables with the installed n7rc.
 //
 // A module (the program, the library, a language resource module) that has resources exports the
 // C function `n7_module_resources`, which returns its table. The platform layer finds a module's
