@@ -8,6 +8,7 @@
 
 #include "Utility/Scheduler.h"
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -15,6 +16,7 @@
 #include <set>
 #include <sstream>
 
+#include "Utility/Scheduler_internal.h"
 #include "core/text.h"
 #include "core/trace.h"
 #include "platform/KernelObjects.h"
@@ -78,6 +80,10 @@ using PendingIndex = std::pmr::map<TaskIdentity, DueQueue::iterator>;
 // The last metered due time of every identity ever metered.
 using MeteringTable = std::map<TaskIdentity, CN7DateTime>;
 
+std::atomic<n7utility::internal::SchedulerThreadStarter> g_threadStarter{nullptr};
+
+CWinThread* BeginThread(AFX_THREADPROC proc, LPVOID param) { return AfxBeginThread(proc, param); }
+
 // The pointer as the trace messages show it.
 std::string PointerText(const void* pointer) {
   std::ostringstream text;
@@ -108,6 +114,9 @@ class CScheduler {
   // The operations proper, for callers that hold the lock already. The lock is re-entrant, but
   // nested use goes through these so the thread-safety analysis can follow it.
   void ScheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
+  // Puts `task` in the due queue and the index, in place of a pending task of the same identity.
+  // When memory runs out it throws with both containers as they were.
+  void Enqueue(const TaskRecord& task) REQUIRES(m_lock);
   void DescheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
   void TraceDeschedule(const TaskRecord& task) REQUIRES(m_lock);
   // Takes a pending task out of both containers; returns the next pending entry.
@@ -158,21 +167,36 @@ void CScheduler::ScheduleTask(const TaskRecord& task) {
 }
 
 void CScheduler::ScheduleTaskLocked(const TaskRecord& task) {
-  if (!m_started && !StartThread()) return;
+  // A task is queued even when the dispatch thread cannot start now: a later scheduling call
+  // starts it, and it then runs what is due.
+  if (!m_started) StartThread();
   const bool wake = !m_wakePending && (m_dueQueue.empty() || task.due < m_dueQueue.begin()->due);
-  // A pending task of the same identity is replaced: its index entry is reused for the new one.
-  auto [pending, is_new] = m_pending.try_emplace(IdentityOf(task));
-  if (!is_new) {
-    TraceDeschedule(*pending->second);
-    m_dueQueue.erase(pending->second);
-  }
+  Enqueue(task);
   N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::ScheduleTask()", kSourceFile,
                    "ScheduleTaskAt({},{},{}) in {} sec")
       << task.callback->m_description << task.context << task.id << (task.due - CN7DateTime::now());
-  pending->second = m_dueQueue.insert(task).first;
-  if (wake) {
+  if (wake && m_started) {
     m_wakePending = true;
     SetEvent(m_wakeEvent);
+  }
+}
+
+void CScheduler::Enqueue(const TaskRecord& task) {
+  const auto [queued, inserted] = m_dueQueue.insert(task);
+  if (!inserted) {  // the same task, due at the same time, replaces itself
+    TraceDeschedule(*queued);
+    return;
+  }
+  try {
+    const auto [pending, is_new] = m_pending.try_emplace(IdentityOf(task), queued);
+    if (!is_new) {
+      TraceDeschedule(*pending->second);
+      m_dueQueue.erase(pending->second);
+      pending->second = queued;
+    }
+  } catch (...) {
+    m_dueQueue.erase(queued);
+    throw;
   }
 }
 
@@ -183,8 +207,9 @@ bool CScheduler::StartThread() {
     m_wakeEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (m_wakeEvent == nullptr) return false;
   }
-  m_started = true;
-  if (AfxBeginThread(&CScheduler::ThreadEntry, this) == nullptr) m_started = false;
+  const n7utility::internal::SchedulerThreadStarter starter = g_threadStarter.load();
+  m_started =
+      (starter != nullptr ? starter : &BeginThread)(&CScheduler::ThreadEntry, this) != nullptr;
   return m_started;
 }
 
@@ -362,4 +387,8 @@ void ASchedulerCallback::DescheduleTasks(void* context) {
 
 bool ASchedulerCallback::IsScheduled(void* context, unsigned long id) {
   return TheScheduler().IsScheduled(RecordOf(this, context, id));
+}
+
+void n7utility::internal::SetSchedulerThreadStarter(SchedulerThreadStarter starter) {
+  g_threadStarter.store(starter);
 }
