@@ -1,7 +1,6 @@
 #include "Utility/Authentication.h"
 
 #include <locale.h>
-#include <openssl/crypto.h>
 #include <wctype.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <span>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -25,6 +25,7 @@
 #include "n7crypto/pbkdf2.h"
 #include "n7crypto/random_provider.h"
 #include "n7crypto/srp.h"
+#include "n7crypto/wipe.h"
 #include "n7xml/reader.h"
 
 namespace N7A {
@@ -41,18 +42,7 @@ constexpr char kKeypadDigits[] = "22233344455566677778889999";
 // Character 21 of a digest text holds the high nibble of the form marker: these four say 0x1.
 constexpr std::wstring_view kPbkdf2FormCharacters = L"AQgw";
 
-// Overwrites a string that held a password, or a form of one, when it goes out of scope.
-template <typename Text>
-class WipeOnExit {
- public:
-  explicit WipeOnExit(Text& text) : text_(text) {}
-  WipeOnExit(const WipeOnExit&) = delete;
-  WipeOnExit& operator=(const WipeOnExit&) = delete;
-  ~WipeOnExit() { OPENSSL_cleanse(text_.data(), text_.size() * sizeof(typename Text::value_type)); }
-
- private:
-  Text& text_;
-};
+using n7crypto::WipeOnExit;
 
 // Wide text as UTF-16 code units, low byte first, in a buffer that is wiped when released: the
 // bytes a digest made on Windows reads. A value that UTF-16 cannot carry (above U+10FFFF) is
@@ -124,7 +114,7 @@ std::wstring pbkdf2_digest_text(std::wstring lowered, const std::wstring& passwo
   block[kPbkdf2DigestSize] = kPbkdf2Marker;
   block[kPbkdf2DigestSize + 1] = kPbkdf2Marker;
   std::wstring text = impl::encode_digest_text(block);
-  OPENSSL_cleanse(block, sizeof block);
+  n7crypto::wipe(block, sizeof block);
   return text;
 }
 
@@ -203,9 +193,15 @@ std::wstring KeyMap(const std::wstring& text, bool markOthers) {
 std::wstring MakePassword(const std::wstring& userId, const std::wstring& password) {
   if (password.empty()) return {};
   std::wstring keypad_form = KeyMap(password, false);
-  const WipeOnExit wipe(keypad_form);
-  return impl::make_password_digest(userId, password, false, false) +
-         impl::make_password_digest(userId, keypad_form, true, false);
+  const WipeOnExit wipe_keypad(keypad_form);
+  std::wstring typed = impl::make_password_digest(userId, password, false, false);
+  const WipeOnExit wipe_typed(typed);
+  std::wstring dialled = impl::make_password_digest(userId, keypad_form, true, false);
+  const WipeOnExit wipe_dialled(dialled);
+  std::wstring stored;
+  stored.reserve(typed.size() + dialled.size());
+  stored.append(typed).append(dialled);
+  return stored;
 }
 
 CString MakePassword(const wchar_t* userId, const wchar_t* password) {
@@ -219,7 +215,8 @@ bool Validate(const std::wstring& userId, const std::wstring& password, bool key
   if (password.empty() || stored.size() != kStoredLength) return false;
   const bool pbkdf2 =
       kPbkdf2FormCharacters.find(stored[impl::kDigestTextLength - 1]) != std::wstring_view::npos;
-  const std::wstring digest = impl::make_password_digest(userId, password, keypad, pbkdf2);
+  std::wstring digest = impl::make_password_digest(userId, password, keypad, pbkdf2);
+  const WipeOnExit wipe(digest);
   const std::size_t half = keypad ? impl::kDigestTextLength : 0;
   return same_text(digest, std::wstring_view{stored}.substr(half, impl::kDigestTextLength));
 }
@@ -271,16 +268,17 @@ constexpr std::size_t kHashSize = 32;
 constexpr int kBlobIterations = 1024;
 constexpr std::string_view kBlanks = " \r\n\t";
 
-// A blob field's value: base64 and names as narrow strings, the count as an int, the stored
-// MakePassword value as wide text.
-using BlobValue = std::variant<std::string, int, std::wstring>;
+// A blob field's value: base64 and names as narrow text, the count as an int, the stored
+// MakePassword value as wide text. The texts are views of the caller's strings, so that no copy
+// of a secret is made on the way into the blob.
+using BlobValue = std::variant<std::string_view, int, std::wstring_view>;
 struct BlobField {
   const char* name;
   BlobValue value;
 };
 
-std::string write_blob(const std::vector<BlobField>& fields) {
-  std::ostringstream out;
+std::string write_blob(std::span<const BlobField> fields) {
+  n7crypto::SecretOStream out;
   n7serialize::TextWriter::Options options;
   options.ascii_only(true);
   options.escape_spaces(false);
@@ -297,7 +295,7 @@ std::string write_blob(const std::vector<BlobField>& fields) {
   writer.write_sequence_end();
   writer.write_marker_end();
   writer.close();
-  return out.str();
+  return std::string(out.text().view());
 }
 
 std::string trim(std::string_view text) {
@@ -319,11 +317,15 @@ const char* algorithm_name(int algorithm) {
 
 // Base64 of a secret, decoded into `out`; the text is wiped whatever happens.
 void decode_secret(std::string text, std::vector<unsigned char>& out) {
-  struct Wipe {
-    std::string& text;
-    ~Wipe() { OPENSSL_cleanse(text.data(), text.size()); }
-  } wipe{text};
+  const WipeOnExit wipe(text);
   out = impl::decode_base64(text);
+}
+
+// The stored value of a legacy field, trimmed; the text as read is wiped.
+std::string read_legacy(n7serialize::TextReader& reader) {
+  std::string text = reader.read_string();
+  const WipeOnExit wipe(text);
+  return trim(text);
 }
 
 // Reads the value of the field `name` into its output, when it was given and the name is known;
@@ -334,7 +336,7 @@ void read_blob_field(n7serialize::TextReader& reader, const std::string& name,
   if (name == EXTENDED_PASSWORD_FIELD_PASSWD_HASH && hash != nullptr) {
     decode_secret(reader.read_string(), *hash);
   } else if (name == EXTENDED_PASSWORD_FIELD_LEGACY && legacy != nullptr) {
-    *legacy = trim(reader.read_string());
+    *legacy = read_legacy(reader);
   } else if (name == EXTENDED_PASSWORD_FIELD_SALT && salt != nullptr) {
     *salt = impl::decode_base64(reader.read_string());
   } else if (name == EXTENDED_PASSWORD_FIELD_ALGORITHM && algorithm != nullptr) {
@@ -466,7 +468,7 @@ bool LooksLikeExtendedPassword(const std::string& text, std::string* legacy) {
   std::vector<unsigned char> hash;
   impl::crack_extended_password_blob(text, nullptr, &hash, nullptr, nullptr, legacy);
   const bool found = !hash.empty();
-  OPENSSL_cleanse(hash.data(), hash.size());
+  n7crypto::wipe(hash);
   return found;
 }
 
@@ -480,36 +482,46 @@ std::string MdgM2(const std::string& userId, const std::string& password) {
       reinterpret_cast<const unsigned char*>(password.data()), password.size(), salt.data(),
       salt.size(), kBlobIterations, static_cast<int>(kHashSize));
   std::wstring widePassword = n7core::to_wstring(password);
-  const WipeOnExit wipe(widePassword);
-  return write_blob({
-      {EXTENDED_PASSWORD_FIELD_SALT, n7core::base64_encode(salt.data(), salt.size())},
-      {EXTENDED_PASSWORD_FIELD_PASSWD_HASH, n7core::base64_encode(hash.data(), hash.size())},
-      {EXTENDED_PASSWORD_FIELD_ALGORITHM, std::string(EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256)},
+  const WipeOnExit wipePassword(widePassword);
+  const std::string saltText = n7core::base64_encode(salt.data(), salt.size());
+  std::string hashText = n7core::base64_encode(hash.data(), hash.size());
+  const WipeOnExit wipeHash(hashText);
+  std::wstring stored = MakePassword(n7core::to_wstring(userId), widePassword);
+  const WipeOnExit wipeStored(stored);
+  const BlobField fields[] = {
+      {EXTENDED_PASSWORD_FIELD_SALT, saltText},
+      {EXTENDED_PASSWORD_FIELD_PASSWD_HASH, hashText},
+      {EXTENDED_PASSWORD_FIELD_ALGORITHM, EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256},
       {EXTENDED_PASSWORD_FIELD_ITERATIONS, kBlobIterations},
-      {EXTENDED_PASSWORD_FIELD_LEGACY, MakePassword(n7core::to_wstring(userId), widePassword)},
-  });
+      {EXTENDED_PASSWORD_FIELD_LEGACY, stored},
+  };
+  return write_blob(fields);
 }
 
 CString MdgM2(const CString& userId, const CString& password) {
   std::string narrowPassword = n7core::to_string(password.str());
-  const std::string blob = MdgM2(n7core::to_string(userId.str()), narrowPassword);
-  OPENSSL_cleanse(narrowPassword.data(), narrowPassword.size());
+  const WipeOnExit wipePassword(narrowPassword);
+  std::string blob = MdgM2(n7core::to_string(userId.str()), narrowPassword);
+  const WipeOnExit wipeBlob(blob);
   return CString(n7core::to_wstring(blob));
 }
 
 void MakeLegacyExtendedPasswordBlob(const std::vector<unsigned char>& salt,
                                     const std::string& userId, const std::string& legacyPassword,
                                     std::string& blob) {
-  std::vector<BlobField> fields = {
-      {EXTENDED_PASSWORD_FIELD_SALT, n7core::base64_encode(salt.data(), salt.size())},
-      {EXTENDED_PASSWORD_FIELD_ALGORITHM, std::string(EXTENDED_PASSWORD_ALGORITHM_LEGACY)},
-  };
+  const std::string saltText = n7core::base64_encode(salt.data(), salt.size());
+  std::string hashText;
+  const WipeOnExit wipeHash(hashText);
   if (!userId.empty()) {
     const n7crypto::Key hash = legacy_password_key(salt, userId, legacyPassword);
-    fields.push_back(
-        {EXTENDED_PASSWORD_FIELD_PASSWD_HASH, n7core::base64_encode(hash.data(), hash.size())});
+    hashText = n7core::base64_encode(hash.data(), hash.size());
   }
-  blob = write_blob(fields);
+  const BlobField fields[] = {
+      {EXTENDED_PASSWORD_FIELD_SALT, saltText},
+      {EXTENDED_PASSWORD_FIELD_ALGORITHM, EXTENDED_PASSWORD_ALGORITHM_LEGACY},
+      {EXTENDED_PASSWORD_FIELD_PASSWD_HASH, hashText},
+  };
+  blob = write_blob(std::span<const BlobField>(fields, userId.empty() ? 2 : 3));
 }
 
 std::string MakeLegacyPublicPasswordProperties(const unsigned char* salt, unsigned int saltLength) {
@@ -549,16 +561,6 @@ const unsigned char* data_of(const std::string& text) {
 void copy_to(const n7crypto::Key& from, std::vector<unsigned char>& to) {
   to.assign(from.data(), from.data() + from.size());
 }
-
-// A byte vector that held a secret, wiped when it goes out of scope.
-struct WipedBytes {
-  WipedBytes() = default;
-  WipedBytes(const WipedBytes&) = delete;
-  WipedBytes& operator=(const WipedBytes&) = delete;
-  ~WipedBytes() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
-
-  std::vector<unsigned char> bytes;
-};
 
 // A blob from which no password hash can be read would give the verifier g^0 = 1, which a client
 // using x = 0 satisfies without knowing the password: both server rounds refuse it before
@@ -652,15 +654,16 @@ void MakeExtendedChallengeRound1(const std::string& /*userId*/, const std::strin
   B.clear();
   K = n7crypto::Key();
   props.clear();
-  WipedBytes hash;
+  std::vector<unsigned char> hash;
+  const WipeOnExit wipeHash(hash);
   int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
-  impl::crack_extended_password_blob(blob, &salt, &hash.bytes, &algorithm, &iterations, nullptr);
-  require_password_hash(hash.bytes, kRound1, __LINE__);
+  impl::crack_extended_password_blob(blob, &salt, &hash, &algorithm, &iterations, nullptr);
+  require_password_hash(hash, kRound1, __LINE__);
   require_known_algorithm(algorithm, kRound1, __LINE__);
   props = impl::make_public_password_props(salt.data(), salt.size(), algorithm, iterations);
   // The verifier is made afresh from x at every login: the blob stores x, not v.
-  const n7crypto::Key v = srp().create_password_verifier(data_of(hash.bytes), hash.bytes.size());
+  const n7crypto::Key v = srp().create_password_verifier(data_of(hash), hash.size());
   n7crypto::Key serverB;
   n7crypto::Key serverK = srp().server_create_key(v.data(), v.size(), data_of(A), A.size(), serverB,
                                                   random_source(), 0);
@@ -676,11 +679,12 @@ bool MakeExtendedChallengeRound2(const std::string& userId, const std::string& b
   M2.clear();
   // The algorithm is read with the salt but not checked: the proofs do not depend on it.
   std::vector<unsigned char> salt;
-  WipedBytes hash;
+  std::vector<unsigned char> hash;
+  const WipeOnExit wipeHash(hash);
   int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
-  impl::crack_extended_password_blob(blob, &salt, &hash.bytes, &algorithm, &iterations, nullptr);
-  require_password_hash(hash.bytes, kRound2, __LINE__);
+  impl::crack_extended_password_blob(blob, &salt, &hash, &algorithm, &iterations, nullptr);
+  require_password_hash(hash, kRound2, __LINE__);
   n7crypto::Key m2;
   if (!srp().server_authenticate(data_of(userId), userId.size(), data_of(salt), salt.size(),
                                  data_of(A), A.size(), data_of(B), B.size(), data_of(M1), M1.size(),

@@ -25,6 +25,7 @@ namespace {
 
 thread_local std::size_t t_allocations = 0;
 std::atomic<std::size_t> g_live_bytes{0};
+std::atomic<n7testing::FreedBlockObserver> g_freed_block_observer{nullptr};
 
 }  // namespace
 
@@ -33,6 +34,7 @@ namespace n7testing {
 bool CountsAllocations() { return N7_COUNTS_ALLOCATIONS != 0; }
 std::size_t AllocationsOnThisThread() { return t_allocations; }
 std::size_t LiveHeapBytes() { return g_live_bytes.load(std::memory_order_relaxed); }
+void SetFreedBlockObserver(FreedBlockObserver observer) { g_freed_block_observer.store(observer); }
 
 }  // namespace n7testing
 
@@ -60,7 +62,11 @@ void* CountedAlignedMalloc(std::size_t size, std::align_val_t alignment) noexcep
 
 void CountedFree(void* block) noexcept {
   if (block == nullptr) return;
-  g_live_bytes.fetch_sub(malloc_usable_size(block), std::memory_order_relaxed);
+  const std::size_t size = malloc_usable_size(block);
+  if (const n7testing::FreedBlockObserver observer = g_freed_block_observer.load()) {
+    observer(block, size);
+  }
+  g_live_bytes.fetch_sub(size, std::memory_order_relaxed);
   std::free(block);  // NOLINT(cppcoreguidelines-no-malloc)
 }
 

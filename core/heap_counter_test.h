@@ -14,4 +14,9 @@ std::size_t AllocationsOnThisThread();
 // Bytes currently allocated by the whole program, by their usable size.
 std::size_t LiveHeapBytes();
 
+// Called with every block given back through operator delete, before it is freed, with its usable
+// size (null: none). A test of what freed memory still holds installs one.
+using FreedBlockObserver = void (*)(const void* block, std::size_t size);
+void SetFreedBlockObserver(FreedBlockObserver observer);
+
 }  // namespace n7testing

@@ -1,10 +1,13 @@
 #include "core/serialize.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
 
 #include "core/text.h"
+#include "core/utf8.h"
 
 namespace n7serialize {
 
@@ -176,9 +179,14 @@ void TextWriter::close() {
 
 namespace {
 
+// The sinks below reserve their text for the whole literal up front (no decoded literal is
+// longer than its source) and never grow it, and they keep ASCII out of side buffers: a secret
+// read from a stored blob leaves no copy behind in a buffer given up for a larger one.
+
 // Collects the characters of a narrow string: bytes, and \x escapes as bytes.
 class NarrowSink {
  public:
+  explicit NarrowSink(std::size_t extent) { text_.reserve(extent); }
   void byte(char c) { text_.push_back(c); }
   // Only reached for \x, whose value is below 0x100.
   void code(std::uint32_t c) { text_.push_back(static_cast<char>(c)); }
@@ -188,10 +196,66 @@ class NarrowSink {
   std::string text_;
 };
 
+// Collects a wide string's characters as UTF-8: raw bytes as they are, checked to be UTF-8 where
+// they are not ASCII, and escapes encoded.
+class Utf8Sink {
+ public:
+  explicit Utf8Sink(std::size_t extent) { text_.reserve(extent); }
+  void byte(char c) {
+    flush_units();
+    if (static_cast<unsigned char>(c) < 0x80) {
+      flush();
+      text_.push_back(c);
+    } else {
+      pending_.push_back(c);
+    }
+  }
+  // An escaped high surrogate waits for the escape after it, which may complete the pair.
+  void code(std::uint32_t c) {
+    flush();
+    units_[units_size_++] = static_cast<wchar_t>(c);
+    if (units_size_ == 1 && c >= 0xD800 && c <= 0xDBFF) return;
+    flush_units();
+  }
+  std::string take() {
+    flush();
+    return std::move(text_);
+  }
+
+ private:
+  void flush() {
+    flush_units();
+    if (pending_.empty()) return;
+    n7core::check_utf8(pending_);
+    text_ += pending_;
+    pending_.clear();
+  }
+  // Encodes the escaped units, as the text conversion does (and fails as it does); the result is
+  // at most 4 bytes, which a string keeps without the heap.
+  void flush_units() {
+    if (units_size_ == 0) return;
+    text_ += n7core::to_string(std::wstring_view(units_.data(), units_size_));
+    units_size_ = 0;
+  }
+
+  std::string pending_;  // a run of non-ASCII bytes
+  std::array<wchar_t, 2> units_{};
+  std::size_t units_size_ = 0;
+  std::string text_;
+};
+
 // Collects the characters of a wide string: runs of raw bytes are UTF-8, escapes are values.
 class WideSink {
  public:
-  void byte(char c) { pending_.push_back(c); }
+  explicit WideSink(std::size_t extent) { text_.reserve(extent); }
+  void byte(char c) {
+    if (static_cast<unsigned char>(c) < 0x80) {
+      flush();
+      text_.push_back(static_cast<wchar_t>(c));
+    } else {
+      pending_.push_back(c);
+    }
+  }
   void code(std::uint32_t c) {
     flush();
     text_.push_back(static_cast<wchar_t>(c));
@@ -208,7 +272,7 @@ class WideSink {
     pending_.clear();
   }
 
-  std::string pending_;
+  std::string pending_;  // a run of non-ASCII bytes
   std::wstring text_;
 };
 
@@ -348,6 +412,12 @@ std::uint32_t TextReader::read_hex(int digits) {
   return value;
 }
 
+std::size_t TextReader::literal_extent() const {
+  std::size_t end = pos_;
+  while (end < text_.size() && text_[end] != '"') end += text_[end] == '\\' ? 2u : 1u;
+  return std::min(end, text_.size()) - pos_;
+}
+
 template <typename Sink>
 void TextReader::read_quoted(Sink& sink, bool wide) {
   for (;;) {
@@ -400,22 +470,22 @@ void TextReader::skip_string() {
 
 std::string TextReader::read_string() {
   if (read_quote_start()) {
-    WideSink sink;
+    Utf8Sink sink(literal_extent());
     read_quoted(sink, true);
-    return n7core::to_string(sink.take());
+    return sink.take();
   }
-  NarrowSink sink;
+  NarrowSink sink(literal_extent());
   read_quoted(sink, false);
   return sink.take();
 }
 
 std::wstring TextReader::read_wstring() {
   if (read_quote_start()) {
-    WideSink sink;
+    WideSink sink(literal_extent());
     read_quoted(sink, true);
     return sink.take();
   }
-  NarrowSink sink;
+  NarrowSink sink(literal_extent());
   read_quoted(sink, false);
   return n7core::to_wstring(sink.take());
 }

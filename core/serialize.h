@@ -147,6 +147,9 @@ class N7_EXPORT TextReader {
   bool read_quote_start();  // true for a wide string
   template <typename Sink>
   void read_quoted(Sink& sink, bool wide);
+  // Bytes from the current position to the closing quote of the literal being read (or the end),
+  // an upper bound on its decoded length.
+  std::size_t literal_extent() const;
   std::uint32_t read_hex(int digits);
   void skip_string();
   void skip_value();

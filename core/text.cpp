@@ -112,6 +112,17 @@ void append_utf16(std::u16string& out, std::uint32_t value) {
   }
 }
 
+// The conversions size their output once, from an upper bound, and never grow it: a password
+// passing through leaves no copy behind in a buffer given up for a larger one.
+std::size_t utf8_size_bound(std::wstring_view text) {
+  std::size_t size = 0;
+  for (const wchar_t c : text) {
+    const auto value = static_cast<std::uint32_t>(c);  // NOLINT(bugprone-signed-char-misuse)
+    size += value < 0x80 ? 1 : value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
+  }
+  return size;
+}
+
 }  // namespace
 
 std::string to_string(const wchar_t* text) {
@@ -120,7 +131,7 @@ std::string to_string(const wchar_t* text) {
 
 std::string to_string(std::wstring_view text) {
   std::string out;
-  out.reserve(text.size());
+  out.reserve(utf8_size_bound(text));
   for (std::size_t pos = 0; pos < text.size();) {
     if (text[pos] >= 0 && text[pos] < 0x80) {
       out.push_back(static_cast<char>(text[pos++]));
@@ -138,8 +149,8 @@ std::wstring to_wstring(std::string_view text) {
   out.reserve(text.size());
   for (std::size_t pos = 0; pos < text.size();) {
     const std::size_t ascii = ascii_prefix(text.substr(pos));
-    out.append(text.begin() + static_cast<std::ptrdiff_t>(pos),
-               text.begin() + static_cast<std::ptrdiff_t>(pos + ascii));
+    // Character by character: appending the range would build a temporary copy of it.
+    for (const char c : text.substr(pos, ascii)) out.push_back(static_cast<wchar_t>(c));
     pos += ascii;
     if (pos < text.size()) out.push_back(static_cast<wchar_t>(decode_utf8_sequence(text, pos)));
   }
@@ -148,7 +159,7 @@ std::wstring to_wstring(std::string_view text) {
 
 std::u16string to_utf16(std::wstring_view text) {
   std::u16string out;
-  out.reserve(text.size());
+  out.reserve(2 * text.size());
   for (std::size_t pos = 0; pos < text.size();) append_utf16(out, decode_wide(text, pos));
   return out;
 }

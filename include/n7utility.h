@@ -48,6 +48,7 @@
 #include "n7crypto/pbkdf2.h"
 #include "n7crypto/random_provider.h"
 #include "n7crypto/srp.h"
+#include "n7crypto/wipe.h"
 
 // XML tokenizer and pull reader.
 #include "n7xml/reader.h"

@@ -1,9 +1,9 @@
 #include "n7crypto/hmac_internal.h"
 
-#include <openssl/crypto.h>
-
 #include <cstdint>
 #include <cstring>
+
+#include "n7crypto/wipe.h"
 
 namespace n7crypto::impl {
 namespace {
@@ -50,13 +50,13 @@ Hmac::Hmac(const unsigned char* key, std::size_t keyLength) noexcept {
   }
   inner_.update(inner_block, sizeof inner_block);
   outer_.update(outer_block, sizeof outer_block);
-  OPENSSL_cleanse(inner_block, sizeof inner_block);
-  OPENSSL_cleanse(outer_block, sizeof outer_block);
+  n7crypto::wipe(inner_block, sizeof inner_block);
+  n7crypto::wipe(outer_block, sizeof outer_block);
   pad_digest_block(digest_block_);
   reset();
 }
 
-Hmac::~Hmac() { OPENSSL_cleanse(digest_block_, sizeof digest_block_); }
+Hmac::~Hmac() { n7crypto::wipe(digest_block_, sizeof digest_block_); }
 
 void Hmac::reset() noexcept { work_ = inner_; }
 
@@ -70,7 +70,7 @@ void Hmac::final(unsigned char* out) noexcept {
   work_ = outer_;
   work_.update(inner_digest, sizeof inner_digest);
   work_.final(out);
-  OPENSSL_cleanse(inner_digest, sizeof inner_digest);
+  n7crypto::wipe(inner_digest, sizeof inner_digest);
 }
 
 void Hmac::xor_chained_macs(unsigned char* u, unsigned char* t, int rounds) noexcept {

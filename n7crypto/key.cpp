@@ -1,7 +1,5 @@
 #include "n7crypto/key.h"
 
-#include <openssl/crypto.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include "core/error.h"
 #include "core/safe_cast.h"
 #include "n7crypto/key_internal.h"
+#include "n7crypto/wipe.h"
 #include "platform/windows_types.h"
 
 namespace n7crypto {
@@ -36,7 +35,7 @@ unsigned char* allocate_zeroed(std::size_t size) {
 
 void wipe_and_free(unsigned char* data, std::size_t size) noexcept {
   if (data == nullptr) return;
-  OPENSSL_cleanse(data, size);
+  n7crypto::wipe(data, size);
   if (const ReleaseObserver observer = release_observer.load()) observer(data, size);
   std::free(data);  // NOLINT(cppcoreguidelines-no-malloc)
 }
@@ -83,7 +82,7 @@ void Key::resize(std::size_t size) {
     data_ = grown;
     capacity_ = capacity;
   } else if (size < size_) {
-    OPENSSL_cleanse(data_ + size, size_ - size);
+    n7crypto::wipe(data_ + size, size_ - size);
   }
   size_ = static_cast<std::uint32_t>(size);
 }

@@ -1,12 +1,11 @@
 #include "n7crypto/pbkdf2.h"
 
-#include <openssl/crypto.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
 #include "n7crypto/hmac_internal.h"
+#include "n7crypto/wipe.h"
 
 namespace n7crypto {
 namespace {
@@ -19,7 +18,7 @@ struct WipedDigest {
   WipedDigest() = default;
   WipedDigest(const WipedDigest&) = delete;
   WipedDigest& operator=(const WipedDigest&) = delete;
-  ~WipedDigest() { OPENSSL_cleanse(bytes, sizeof bytes); }
+  ~WipedDigest() { n7crypto::wipe(bytes, sizeof bytes); }
 };
 
 // T_i: U_1 = HMAC(salt || i as 4 bytes, most significant first), U_j = HMAC(U_(j-1)), and T_i

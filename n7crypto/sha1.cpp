@@ -3,13 +3,14 @@
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "n7crypto/sha1_internal.h"
+#include "n7crypto/wipe.h"
 
 #include <openssl/crypto.h>
 
 namespace n7crypto::impl {
 Sha1::Sha1() noexcept { SHA1_Init(&context_); }
 
-Sha1::~Sha1() { OPENSSL_cleanse(&context_, sizeof context_); }
+Sha1::~Sha1() { n7crypto::wipe(&context_, sizeof context_); }
 
 void Sha1::update(const void* data, std::size_t length) noexcept {
   SHA1_Update(&context_, data, length);

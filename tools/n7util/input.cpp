@@ -14,6 +14,7 @@
 
 #include "command.h"
 #include "core/text.h"
+#include "n7crypto/wipe.h"
 
 namespace n7util {
 namespace {
@@ -49,7 +50,7 @@ struct WipedLine {
   WipedLine() = default;
   WipedLine(const WipedLine&) = delete;
   WipedLine& operator=(const WipedLine&) = delete;
-  ~WipedLine() { explicit_bzero(bytes, sizeof bytes); }
+  ~WipedLine() { n7crypto::wipe(bytes, sizeof bytes); }
 };
 
 // Reads one line into `line`; returns its length without the line end.
@@ -112,14 +113,14 @@ Password::Password(std::string_view user) {
   try {
     wide_ = n7core::to_wstring(utf8_);
   } catch (...) {
-    explicit_bzero(utf8_.data(), utf8_.size());
+    n7crypto::wipe(utf8_.data(), utf8_.size());
     throw;
   }
 }
 
 Password::~Password() {
-  explicit_bzero(utf8_.data(), utf8_.size());
-  explicit_bzero(wide_.data(), wide_.size() * sizeof(wchar_t));
+  n7crypto::wipe(utf8_.data(), utf8_.size());
+  n7crypto::wipe(wide_.data(), wide_.size() * sizeof(wchar_t));
 }
 
 }  // namespace n7util
