@@ -18,9 +18,9 @@
 #include "Utility/Authentication_internal.h"
 #include "core/base64.h"
 #include "core/error.h"
-#include "core/fuzz_check.h"
 #include "core/serialize.h"
 #include "n7crypto/key.h"
+#include "platform/fuzz_check.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "core/error.h"
-#include "core/fuzz_check.h"
 #include "core/serialize.h"
+#include "platform/fuzz_check.h"
 
 namespace {
 

@@ -18,10 +18,10 @@
 
 #include "core/base64.h"
 #include "core/error.h"
-#include "core/fuzz_check.h"
 #include "core/text.h"
 #include "core/utf8.h"
 #include "platform/WideText_internal.h"
+#include "platform/fuzz_check.h"
 
 namespace {
 

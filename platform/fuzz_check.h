@@ -1,13 +1,12 @@
 // Invariant checks for the libFuzzer targets: a broken invariant prints what broke and aborts,
-// so libFuzzer records the input as a crash and keeps it as a reproducer.
+// so libFuzzer records the input as a crash and keeps it as a reproducer. The platform layer is
+// the lowest, so every target may use it.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
-
-#include "core/error.h"
 
 namespace n7fuzz {
 
@@ -18,11 +17,6 @@ namespace n7fuzz {
 
 inline void check(bool condition, const char* what) {
   if (!condition) fail(what);
-}
-
-// Whether `error` carries the code named `name` ("error.n7core.safeCast.valueTruncated").
-inline bool has_code(const n7core::ErrorException& error, const char* name) {
-  return std::strcmp(error.info().code().name(), name) == 0;
 }
 
 // The fuzzer's bytes as text.
