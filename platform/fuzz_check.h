@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string_view>
 
 namespace n7fuzz {
@@ -17,6 +19,26 @@ namespace n7fuzz {
 
 inline void check(bool condition, const char* what) {
   if (!condition) fail(what);
+}
+
+// Seed corpora are made by the targets themselves, through the library: run with N7_FUZZ_SEEDS
+// naming a directory, a target writes its seeds there and exits (see n7_add_fuzzer's CORPUS).
+using SeedWriter = void (*)(const std::filesystem::path& directory);
+
+inline void write_seed(const std::filesystem::path& directory, const char* name,
+                       std::string_view bytes) {
+  std::ofstream out(directory / name, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (!out.good()) fail("a seed could not be written");
+}
+
+// For LLVMFuzzerInitialize: writes the seeds and exits when N7_FUZZ_SEEDS is set.
+inline void write_seeds_if_asked(SeedWriter write) {
+  const char* directory = std::getenv("N7_FUZZ_SEEDS");
+  if (directory == nullptr) return;
+  std::filesystem::create_directories(directory);
+  write(directory);
+  std::exit(0);
 }
 
 // The fuzzer's bytes as text.
