@@ -5,8 +5,11 @@
 // and saving it again must give the same bytes.
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <set>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "Utility/N7Document.h"
@@ -94,7 +97,51 @@ std::optional<Bytes> LoadAndSave(const Bytes& archive) {
   return saved;
 }
 
+CFuzzShape* NewShape(int size, const wchar_t* label, const wchar_t* note) {
+  auto* shape = new CFuzzShape;
+  shape->size = size;
+  shape->label = label;
+  shape->note = note;
+  shape->weight = 2.5;
+  shape->flag = true;
+  return shape;
+}
+
+// Saves `drawing` as the seed `name`.
+void WriteDrawing(const std::filesystem::path& directory, const char* name, CFuzzDrawing& drawing) {
+  CMemFile out;
+  {
+    CArchive storing(&out, CArchive::store);
+    storing.m_pDocument = &drawing;
+    drawing.Serialize(storing);
+    storing.Close();
+  }
+  std::vector<char> bytes(static_cast<std::size_t>(out.GetLength()));
+  out.SeekToBegin();
+  out.Read(bytes.data(), static_cast<UINT>(bytes.size()));
+  n7fuzz::write_seed(directory, name, std::string_view(bytes.data(), bytes.size()));
+}
+
+// Seeds: an empty drawing, one with shapes, a null and a shape stored twice, and one with a
+// label long enough for the longer length form.
+void WriteSeeds(const std::filesystem::path& directory) {
+  CFuzzDrawing empty;
+  WriteDrawing(directory, "empty", empty);
+  CFuzzDrawing shapes;
+  shapes.shapes = {NewShape(1, L"one", L"caf\u00e9"), nullptr, NewShape(-2, L"", L"\U0001F600")};
+  shapes.shapes.push_back(shapes.shapes[0]);
+  WriteDrawing(directory, "shapes", shapes);
+  CFuzzDrawing long_label;
+  long_label.shapes = {NewShape(3, std::wstring(300, L'x').c_str(), L"n")};
+  WriteDrawing(directory, "long_label", long_label);
+}
+
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  n7fuzz::write_seeds_if_asked(WriteSeeds);
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Bytes archive(data, data + size);

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -88,7 +89,26 @@ void CheckClient(const std::string& props) {
   }
 }
 
+// Seeds: the properties a server sends for a new blob and for a legacy one, and properties at
+// the smallest iteration count.
+void WriteSeeds(const std::filesystem::path& directory) {
+  std::vector<unsigned char> salt(32);
+  for (std::size_t i = 0; i < salt.size(); ++i) salt[i] = static_cast<unsigned char>(i);
+  n7fuzz::write_seed(directory, "pbkdf2",
+                     impl::make_public_password_props(salt.data(), salt.size(),
+                                                      impl::kAlgorithmPbkdf2Sha256, 1024));
+  n7fuzz::write_seed(
+      directory, "pbkdf2_one",
+      impl::make_public_password_props(salt.data(), salt.size(), impl::kAlgorithmPbkdf2Sha256, 1));
+  n7fuzz::write_seed(directory, "legacy", N7A::MakeLegacyPublicPasswordProperties(salt.data(), 16));
+}
+
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  n7fuzz::write_seeds_if_asked(WriteSeeds);
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   CheckClient(std::string(n7fuzz::as_text(data, size)));

@@ -5,6 +5,7 @@
 // same tree, and writing that again gives the same text.
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -132,7 +133,60 @@ void CheckRoundTrip(const Node& node, n7serialize::TextWriter::Options options) 
   check(WriteAll(*reread, options) == written, "writing the tree twice gives different texts");
 }
 
+// Seeds: a record shaped like a stored blob, strings that need escapes, nested sequences.
+void WriteSeeds(const std::filesystem::path& directory) {
+  using Options = n7serialize::TextWriter::Options;
+  const auto seed = [&directory](const char* name, Options options, auto&& write) {
+    std::ostringstream out;
+    n7serialize::TextWriter writer(out, options);
+    write(writer);
+    writer.close();
+    n7fuzz::write_seed(directory, name, out.str());
+  };
+  seed("record", Options().ascii_only(true), [](n7serialize::TextWriter& w) {
+    w.write_marker_start();
+    w.write_sequence_start();
+    w.write_marker_start();
+    w << "salt"
+      << "AAECAwQFBgcICQoLDA0ODw==";
+    w.write_marker_end();
+    w.write_sequence_separator();
+    w.write_marker_start();
+    w << "iterations" << 1024;
+    w.write_marker_end();
+    w.write_sequence_end();
+    w.write_marker_end();
+  });
+  seed("escapes", Options().ascii_only(true), [](n7serialize::TextWriter& w) {
+    w.write_marker_start();
+    w << "tab\tquote\"back\\slash\x7f" << L"caf\u00e9 \U0001F600" << -2147483647 - 1;
+    w.write_marker_end();
+  });
+  seed("raw_utf8", Options().escape_spaces(true), [](n7serialize::TextWriter& w) {
+    w.write_marker_start();
+    w << "gr\xc3\xbc\xc3\x9f e" << L"\u65e5\u672c";
+    w.write_marker_end();
+  });
+  seed("nested", Options(), [](n7serialize::TextWriter& w) {
+    w.write_sequence_start();
+    w.write_sequence_start();
+    w << 1;
+    w.write_sequence_separator();
+    w << 2;
+    w.write_sequence_end();
+    w.write_sequence_separator();
+    w.write_marker_start();
+    w.write_marker_end();
+    w.write_sequence_end();
+  });
+}
+
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  n7fuzz::write_seeds_if_asked(WriteSeeds);
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // An exact-size heap copy: any read past the end is a heap overflow AddressSanitizer reports.

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -116,7 +117,30 @@ void CheckUtf16(std::string_view bytes) {
   check(n7core::to_utf16(wide) == units, "UTF-16 -> wide -> UTF-16 changed the units");
 }
 
+// Seeds: ASCII, multi-byte UTF-8, its base64, its UTF-16 and wide units, and malformed UTF-8.
+void WriteSeeds(const std::filesystem::path& directory) {
+  const std::wstring text = L"Gr\u00fc\u00dfe \u2013 \u65e5\u672c \U0001F600";
+  const std::string utf8 = n7core::to_string(text);
+  const std::u16string utf16 = n7core::to_utf16(text);
+  n7fuzz::write_seed(directory, "ascii", "plain text 123");
+  n7fuzz::write_seed(directory, "utf8", utf8);
+  n7fuzz::write_seed(directory, "base64", n7core::base64_encode(utf8.data(), utf8.size()));
+  n7fuzz::write_seed(directory, "utf16",
+                     std::string_view(reinterpret_cast<const char*>(utf16.data()),
+                                      utf16.size() * sizeof(char16_t)));
+  n7fuzz::write_seed(
+      directory, "wide",
+      std::string_view(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)));
+  n7fuzz::write_seed(directory, "malformed_utf8",
+                     "overlong \xC0\xAF surrogate \xED\xA0\x80 cut \xE2\x82");
+}
+
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  n7fuzz::write_seeds_if_asked(WriteSeeds);
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // An exact-size heap copy: any read past the end is a heap overflow AddressSanitizer reports.

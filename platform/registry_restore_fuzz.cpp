@@ -231,6 +231,7 @@ class Fixture {
   Fixture& operator=(const Fixture&) = delete;
 
   void Run(std::string_view input);
+  void WriteSeeds(const std::filesystem::path& directory);
 
  private:
   void MakeBaseline();
@@ -311,7 +312,55 @@ void Fixture::Run(std::string_view input) {
         "the target does not go back to its starting content");
 }
 
+void SetValue(HKEY key, const wchar_t* name, DWORD type, std::string_view data) {
+  check(RegSetValueExW(key, name, 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                       static_cast<DWORD>(data.size())) == ERROR_SUCCESS,
+        "a seed value could not be set");
+}
+
+// Saves `key` as the seed `name`.
+void SaveSeed(HKEY key, const std::filesystem::path& directory, const char* name) {
+  const std::filesystem::path file = directory / name;
+  std::filesystem::remove(file);
+  check(RegSaveKeyW(key, Widen(file.string()).c_str(), nullptr) == ERROR_SUCCESS,
+        "a seed could not be saved");
+}
+
+// Seeds: the starting content, an empty key, and a tree of three levels with classes, the
+// default value, non-ASCII names and values of several types.
+void Fixture::WriteSeeds(const std::filesystem::path& directory) {
+  SaveSeed(target_, directory, "start");
+  Key empty;
+  check(RegCreateKeyW(HKEY_CURRENT_USER, L"Seeds\\Empty", empty.out()) == ERROR_SUCCESS,
+        "no seed key");
+  SaveSeed(empty, directory, "empty");
+  Key tree;
+  wchar_t class_name[] = L"Klasse \u00e9";
+  check(RegCreateKeyExW(HKEY_CURRENT_USER, L"Seeds\\Tree", 0, class_name, REG_OPTION_NON_VOLATILE,
+                        KEY_ALL_ACCESS, nullptr, tree.out(), nullptr) == ERROR_SUCCESS,
+        "no seed key");
+  SetValue(tree, L"", REG_SZ, std::string_view("d\0\0\0\0\0\0\0", 8));
+  SetValue(tree, L"Gr\u00fc\u00dfe", REG_BINARY, std::string_view("\x01\x02\xff", 3));
+  SetValue(tree, L"Empty", REG_NONE, "");
+  Key deep;
+  check(RegCreateKeyExW(tree, L"A\\B\\C", 0, class_name, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                        nullptr, deep.out(), nullptr) == ERROR_SUCCESS,
+        "no nested seed key");
+  SetValue(deep, L"Q", REG_QWORD, std::string_view("\x01\0\0\0\0\0\0\x80", 8));
+  SaveSeed(tree, directory, "tree");
+}
+
+void WriteSeeds(const std::filesystem::path& directory) {
+  Fixture fixture;
+  fixture.WriteSeeds(directory);
+}
+
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  n7fuzz::write_seeds_if_asked(WriteSeeds);
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Fixture fixture;

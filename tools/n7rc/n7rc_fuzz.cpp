@@ -79,7 +79,28 @@ bool SameItems(const n7rc::CompiledResources& a, const n7rc::CompiledResources& 
   return true;
 }
 
+// Seeds: each kind of statement, continued texts and escapes, and a `file` statement.
+void WriteSeeds(const std::filesystem::path& directory) {
+  n7fuzz::write_seed(directory, "strings",
+                     "language 0x0409\n"
+                     "string 1 \"Ready.\" \" Waiting.\"  # joined\n"
+                     "string 65535 \"A long text, \"\n"
+                     "         \"continued: \\u00e9 \\U0001F600 \\x41\\t\"\n"
+                     "message 0x40000001 \"Service %1 started.\\r\\n\"\n");
+  n7fuzz::write_seed(directory, "resources",
+                     "language 0x0407\n"
+                     "resource RCDATA SETTINGS file \"data.bin\"\n"
+                     "resource \"TEMPLATE\" 7 text \"<a>\\u00e9</a>\"\n"
+                     "resource 300 name bytes 4D 5A 00 ff\n");
+  n7fuzz::write_seed(directory, "mistake", "string 70000 \"too large\"\n");
+}
+
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  n7fuzz::write_seeds_if_asked(WriteSeeds);
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Inputs inputs;
