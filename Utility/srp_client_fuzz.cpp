@@ -48,11 +48,14 @@ const Exchange& TheExchange() {
   return exchange;
 }
 
-// Whether the client would derive a PBKDF2 key with `props`, and with how many iterations.
+// Whether the client would derive a PBKDF2 key with `props`, and with how many iterations. The
+// properties are read as the client reads them (salt included), so that properties it refuses as
+// malformed do not count.
 bool Pbkdf2Count(const std::string& props, unsigned int* iterations) {
+  std::vector<unsigned char> salt;
   int algorithm = impl::kAlgorithmNone;
   try {
-    impl::crack_public_password_props(props, nullptr, &algorithm, iterations);
+    impl::crack_public_password_props(props, &salt, &algorithm, iterations);
   } catch (const n7core::ErrorException&) {
     return false;
   }
