@@ -32,13 +32,14 @@ inline void write_seed(const std::filesystem::path& directory, const char* name,
   if (!out.good()) fail("a seed could not be written");
 }
 
-// For LLVMFuzzerInitialize: writes the seeds and exits when N7_FUZZ_SEEDS is set.
+// For LLVMFuzzerInitialize, which runs before any other thread: writes the seeds and exits when
+// N7_FUZZ_SEEDS is set.
 inline void write_seeds_if_asked(SeedWriter write) {
-  const char* directory = std::getenv("N7_FUZZ_SEEDS");
+  const char* directory = std::getenv("N7_FUZZ_SEEDS");  // NOLINT(concurrency-mt-unsafe)
   if (directory == nullptr) return;
   std::filesystem::create_directories(directory);
   write(directory);
-  std::exit(0);
+  std::exit(0);  // NOLINT(concurrency-mt-unsafe)
 }
 
 // The fuzzer's bytes as text.

@@ -2,8 +2,8 @@
 // compile or be refused with CompileError; `file` statements read from a temporary directory that
 // holds a small data file and a subdirectory, and nothing is ever written. A description that
 // compiles must compile to the same items again and generate the same source twice, and every
-// name and wide string it keeps must be made of Unicode code points (a byte read as a negative
-// character would show up as one above U+10FFFF), with names upper-cased.
+// name and wide string it keeps must be made of Unicode code points (a byte sign-extended on its
+// way in shows up as a negative value), with names upper-cased.
 #include <stdlib.h>
 
 #include <cstddef>
@@ -53,8 +53,8 @@ bool NamesSystemFiles(std::string_view description) {
 
 void CheckCodePoints(const std::wstring& text, bool is_name) {
   for (const wchar_t c : text) {
-    const auto value = static_cast<std::uint32_t>(c);
-    check(value <= 0x10FFFF, "a name or text holds a value above U+10FFFF");
+    // A negative wchar_t is a byte sign-extended on its way in.
+    check(c >= 0 && c <= 0x10FFFF, "a name or text holds a value outside U+0000 to U+10FFFF");
     if (is_name) check(!(c >= L'a' && c <= L'z'), "a name is not upper-cased");
   }
 }
