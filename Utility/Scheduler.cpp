@@ -15,6 +15,7 @@
 #include <set>
 #include <sstream>
 
+#include "core/classic_stream.h"
 #include "core/text.h"
 #include "core/trace.h"
 #include "platform/KernelObjects.h"
@@ -80,7 +81,7 @@ using MeteringTable = std::map<TaskIdentity, CN7DateTime>;
 
 // The pointer as the trace messages show it.
 std::string PointerText(const void* pointer) {
-  std::ostringstream text;
+  n7core::ClassicOStringStream text;
   text << pointer;
   return text.str();
 }

@@ -1,6 +1,8 @@
 #include "core/serialize.h"
 
+#include <charconv>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
 
@@ -160,7 +162,10 @@ TextWriter& TextWriter::operator<<(std::wstring_view text) {
 
 TextWriter& TextWriter::operator<<(int value) {
   begin_value();
-  out_ << value;
+  // Written digit by digit rather than through the stream, whose locale may group digits.
+  char digits[std::numeric_limits<int>::digits10 + 3];
+  const auto [end, error] = std::to_chars(std::begin(digits), std::end(digits), value);
+  out_.write(digits, end - digits);
   after_value_ = true;
   return *this;
 }
