@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "core/GlobalLocale_test.h"
-
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "core/GlobalLocale_test.h"
 
 namespace {
 

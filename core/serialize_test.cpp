@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "core/GlobalLocale_test.h"
-
 #include <sstream>
 #include <stdexcept>
 #include <string>
+
+#include "core/GlobalLocale_test.h"
 
 namespace n7serialize {
 namespace {
