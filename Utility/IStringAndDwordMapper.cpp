@@ -14,8 +14,11 @@ locale_t UnicodeCaseTables() {
   return tables;
 }
 
+// Case applies to UTF-16 units, as on the platform the names come from: a character beyond the
+// BMP is a pair of surrogates there, which no case mapping changes.
 wint_t Lower(wint_t c) {
   if (c < 0x80) return c >= L'A' && c <= L'Z' ? c + (L'a' - L'A') : c;
+  if (c > 0xFFFF) return c;
   const locale_t tables = UnicodeCaseTables();
   return tables != nullptr ? towlower_l(c, tables) : c;
 }

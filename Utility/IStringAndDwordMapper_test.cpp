@@ -36,6 +36,9 @@ TEST(IStringTest, NamesThatCompareEqualHashAlike) {
     ASSERT_TRUE(CIString(a) == CIString(b)) << a;
     EXPECT_EQ(CIString(a).Hash(), CIString(b).Hash()) << a;
   }
+  // Beyond the BMP names hash by UTF-16 units, which case does not touch: Deseret letters that
+  // differ in case must not compare equal either.
+  EXPECT_FALSE(CIString(L"\U00010400") == CIString(L"\U00010428"));
 
   CIStringAndDwordMapper mapper;
   ASSERT_EQ(mapper.SetAt(L"kelvin", 1), 1);

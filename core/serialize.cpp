@@ -164,7 +164,7 @@ TextWriter& TextWriter::operator<<(int value) {
   begin_value();
   // Written digit by digit rather than through the stream, whose locale may group digits.
   char digits[std::numeric_limits<int>::digits10 + 3];
-  const auto [end, error] = std::to_chars(std::begin(digits), std::end(digits), value);
+  const char* end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
   out_.write(digits, end - digits);
   after_value_ = true;
   return *this;
