@@ -16,6 +16,7 @@
 
 #include "Utility/Authentication_internal.h"
 #include "core/base64.h"
+#include "core/classic_stream.h"
 #include "core/safe_cast.h"
 #include "core/serialize.h"
 #include "core/text.h"
@@ -446,7 +447,7 @@ void crack_public_password_props(const std::string& props, std::vector<unsigned 
 
 std::string make_public_password_props(const unsigned char* salt, std::size_t saltLength,
                                        int algorithm, int iterations) {
-  std::ostringstream out;
+  n7core::ClassicOStringStream out;
   out << '<' << EXTENDED_PASSWORD_FIELDS_ROOT << ">\r\n";
   out << "  <salt>" << n7core::base64_encode(salt, salt != nullptr ? saltLength : 0)
       << "</salt>\r\n";

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Utility/StringTable.h"
 #include "core/error.h"
@@ -39,6 +40,19 @@ CString FormatInserts(const CString& message, const DWORD_PTR* arguments) {
   CString result(std::wstring(text, length));
   LocalFree(text);
   return result;
+}
+
+// The message's register inserts (2 to 7) read their argument as 64 bits: a plain "X" takes the
+// low 32 bits only, which would show addresses of a 64-bit process that point nowhere.
+CString WidenRegisterInserts(const CString& message) {
+  std::wstring text = message.str();
+  for (wchar_t insert = L'2'; insert <= L'7'; ++insert) {
+    const std::wstring number(1, insert);
+    const std::wstring narrow = L"%" + number + L"!X!";
+    const std::wstring::size_type at = text.find(narrow);
+    if (at != std::wstring::npos) text.replace(at, narrow.size(), L"%" + number + L"!I64X!");
+  }
+  return CString(std::move(text));
 }
 
 // The length of a text as the append counts it: given, or measured and then within 32 bits.
@@ -151,7 +165,8 @@ CString CSE_Exception::getErrorMessage(UINT* help_context) {
   if (help_context != nullptr) *help_context = 0;
   const DWORD_PTR arguments[] = {m_code,           m_context.Rbp, m_context.Rip,  m_context.SegCs,
                                  m_context.EFlags, m_context.Rsp, m_context.SegSs};
-  return FormatInserts(CStringTable().Load(kWin64ExceptionMessage), arguments);
+  return FormatInserts(WidenRegisterInserts(CStringTable().Load(kWin64ExceptionMessage)),
+                       arguments);
 }
 
 BOOL CSE_Exception::getErrorMessage(wchar_t* buffer, UINT size, UINT* help_context) {

@@ -72,11 +72,12 @@ class ChainedExceptionTest : public ::testing::Test {
     inner_.ExceptionCode = EXCEPTION_INT_DIVIDE_BY_ZERO;
     outer_.ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
     outer_.ExceptionRecord = &inner_;
-    context_.Rbp = 0x1234ABCD;
-    context_.Rip = 0xDEADBEEF;
+    // Addresses of a 64-bit process: the text must not cut them to 32 bits.
+    context_.Rbp = 0x7FFC1234ABCD;
+    context_.Rip = 0x55FD93E3D2D7;
     context_.SegCs = 0x33;
     context_.EFlags = 0x10246;
-    context_.Rsp = 0x7FFC0000;
+    context_.Rsp = 0xFFFFFFFF00000001;
     context_.SegSs = 0x2B;
     // NOLINTNEXTLINE(bugprone-throw-keyword-missing): made to be inspected, not thrown
     exception_ = new CSE_Exception(EXCEPTION_ACCESS_VIOLATION, &pointers_);
@@ -120,8 +121,9 @@ TEST_F(ChainedExceptionTest, KeepsTheRecordsInChainOrder) {
 
 TEST_F(ChainedExceptionTest, MessageShowsCodeAndRegistersInBothForms) {
   const std::wstring expected =
-      L"A Win64 exception '0xC0000005' has occurred.  Exception Context Record: [Rbp=0x1234ABCD "
-      L"Rip=0xDEADBEEF SegCs=0x33 EFlags=0x10246 Rsp=0x7FFC0000 SegSs=0x2B]";
+      L"A Win64 exception '0xC0000005' has occurred.  Exception Context Record: "
+      L"[Rbp=0x7FFC1234ABCD "
+      L"Rip=0x55FD93E3D2D7 SegCs=0x33 EFlags=0x10246 Rsp=0xFFFFFFFF00000001 SegSs=0x2B]";
   UINT help = 7;
   EXPECT_EQ(exception_->getErrorMessage(&help).str(), expected);
   EXPECT_EQ(help, 0u);

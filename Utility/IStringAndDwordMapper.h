@@ -1,9 +1,12 @@
 // Names matched without regard to case, and a two-way association between such names and 32-bit
 // numbers, so that a program can translate a name to its number and back.
 //
-// CIString is a CString whose equality ignores case (CompareNoCase) and whose hash is computed
-// over its UTF-16 units c as h = h * 33 + towupper(c) from 0, with 32-bit wrap-around; names equal
-// but for case hash alike. In a map its hash goes through the framework's scrambler like any key.
+// CIString is a CString whose equality ignores case (characters equal after lower-casing) and
+// whose hash is computed over its UTF-16 units c as h = h * 33 + upper(lower(c)) from 0, with
+// 32-bit wrap-around; for ASCII names that is h * 33 + towupper(c). Names that compare equal hash
+// alike. Both use glibc's Unicode case tables rather than the current locale's, so names stored
+// before a host calls setlocale stay where they are and stay equal to what they were equal to.
+// In a map its hash goes through the framework's scrambler like any key.
 //
 // CIStringAndDwordMapper keeps a name -> number map and a number -> name map (17 buckets, blocks of
 // 10 entries each). Each SetAt refuses a duplicate of its second argument and overwrites a
@@ -21,6 +24,8 @@
 // Neither class locks; a mapper is used by one thread at a time or guarded by its owner.
 #pragma once
 
+#include <string_view>
+
 #include "platform/CString.h"
 #include "platform/Map.h"
 #include "platform/export.h"
@@ -36,8 +41,15 @@ class N7_EXPORT CIString : public CString {
   // The case-blind hash described above.
   LONG Hash() const;
 
-  friend bool operator==(const CIString& a, const CIString& b) { return a.CompareNoCase(b) == 0; }
-  friend bool operator==(const CIString& a, const wchar_t* b) { return a.CompareNoCase(b) == 0; }
+  friend bool operator==(const CIString& a, const CIString& b) {
+    return EqualsIgnoringCase(a.str(), b.str());
+  }
+  friend bool operator==(const CIString& a, const wchar_t* b) {
+    return EqualsIgnoringCase(a.str(), b == nullptr ? L"" : b);
+  }
+
+ private:
+  static bool EqualsIgnoringCase(std::wstring_view a, std::wstring_view b);
 };
 
 template <>

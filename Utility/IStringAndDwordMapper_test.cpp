@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/GlobalLocale_test.h"
+
 namespace {
 
 TEST(IStringTest, EqualityAndHashIgnoreCase) {
@@ -22,6 +24,56 @@ TEST(IStringTest, EqualityAndHashIgnoreCase) {
   EXPECT_EQ(CIString().Hash(), 0);
   // In a map the hash is scrambled: 73030 * 16807.
   EXPECT_EQ(HashKey<const CIString&>(L"ABC"), 1227415210u);
+}
+
+// Under a host's Unicode locale the Kelvin sign lower-cases to k and the dotted capital I to i:
+// names that compare equal must land in the same bucket, or a map holds both.
+TEST(IStringTest, NamesThatCompareEqualHashAlike) {
+  N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
+  const std::pair<const wchar_t*, const wchar_t*> pairs[] = {
+      {L"k", L"\u212A"}, {L"i", L"\u0130"}, {L"äpfel", L"ÄPFEL"}};
+  for (const auto& [a, b] : pairs) {
+    ASSERT_TRUE(CIString(a) == CIString(b)) << a;
+    EXPECT_EQ(CIString(a).Hash(), CIString(b).Hash()) << a;
+  }
+  // Beyond the BMP names hash by UTF-16 units, which case does not touch: Deseret letters that
+  // differ in case must not compare equal either.
+  EXPECT_FALSE(CIString(L"\U00010400") == CIString(L"\U00010428"));
+
+  CIStringAndDwordMapper mapper;
+  ASSERT_EQ(mapper.SetAt(L"kelvin", 1), 1);
+  EXPECT_EQ(mapper.SetAt(2, L"\u212Aelvin"), 0);
+  EXPECT_EQ(mapper.GetCount(), 1);
+}
+
+// The plain string's case-blind comparison is the C runtime's and follows the current locale (the
+// C locale knows no case beyond ASCII); a name's does not.
+TEST(IStringTest, OnlyThePlainStringFollowsTheCurrentLocale) {
+  EXPECT_NE(CString(L"Äpfel").CompareNoCase(L"äpfel"), 0);
+  EXPECT_TRUE(CIString(L"Äpfel") == L"äpfel");
+  N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
+  EXPECT_EQ(CString(L"Äpfel").CompareNoCase(L"äpfel"), 0);
+  EXPECT_TRUE(CIString(L"Äpfel") == L"äpfel");
+}
+
+// The fold of a stored name must not change when the host switches locales afterwards.
+TEST(IStringAndDwordMapperTest, FindsNamesStoredBeforeALocaleChange) {
+  CIStringAndDwordMapper mapper;
+  ASSERT_EQ(mapper.SetAt(L"äpfel", 1), 1);
+  {
+    N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
+    ASSERT_EQ(mapper.SetAt(L"Ölbaum", 2), 1);
+    EXPECT_EQ(mapper.SetAt(3, L"ÄPFEL"), 0);
+    DWORD number = 0;
+    EXPECT_EQ(mapper.Lookup(L"äpfel", number), 1);
+    EXPECT_EQ(number, 1u);
+  }
+  DWORD number = 0;
+  EXPECT_EQ(mapper.Lookup(L"ölbaum", number), 1);
+  EXPECT_EQ(number, 2u);
+  EXPECT_EQ(mapper.RemoveKey(L"ÖLBAUM"), 1);
+  EXPECT_EQ(mapper.RemoveKey(L"Äpfel"), 1);
+  EXPECT_EQ(mapper.GetStartPosition(), nullptr);
 }
 
 std::vector<std::pair<CString, DWORD>> Entries(const CIStringAndDwordMapper& mapper) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Utility/Authentication.h"
+#include "core/GlobalLocale_test.h"
 #include "core/base64.h"
 #include "core/error.h"
 #include "core/text.h"
@@ -152,6 +153,27 @@ TEST(Login, LegacyBlobsLogInWithTheirPasswords) {
   // The stored value ignores the user ID's case, but the legacy key hashes the ID as given.
   const std::string blob = legacy_blob("Operator", "Night-Shift 7", salt);
   EXPECT_FALSE(log_in("OPERATOR", "Night-Shift 7", blob).serverAccepted);
+}
+
+// A host that installs a locale with digit grouping must still write "1024" iterations into the
+// blob and the properties: a user created under it logs in under it and under the C locale, and
+// one created under the C locale logs in under it.
+TEST(Login, UsersCreatedUnderAGroupingLocaleCanLogIn) {
+  for (const char* locale : {"en_US.UTF-8", "de_DE.UTF-8"}) {
+    const std::string plain_blob = MdgM2("Operator", "Night-Shift 7");
+    std::string blob;
+    {
+      N7_TEST_UNDER_LOCALE(locale);
+      blob = MdgM2("Operator", "Night-Shift 7");
+      EXPECT_NE(blob.find("\"iterations\" 1024)"), std::string::npos) << blob;
+      for (const std::string& stored : {blob, plain_blob}) {
+        const Login l = log_in("Operator", "Night-Shift 7", stored);
+        EXPECT_NE(l.props.find("<iterations>1024</iterations>"), std::string::npos) << l.props;
+        EXPECT_TRUE(l.clientAccepted) << locale;
+      }
+    }
+    EXPECT_TRUE(log_in("Operator", "Night-Shift 7", blob).clientAccepted) << locale;
+  }
 }
 
 TEST(Login, EachLoginDrawsNewSecrets) {

@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "Utility/Scheduler_internal.h"
+#include "core/classic_stream.h"
 #include "core/text.h"
 #include "core/trace.h"
 #include "platform/KernelObjects.h"
@@ -86,7 +87,7 @@ CWinThread* BeginThread(AFX_THREADPROC proc, LPVOID param) { return AfxBeginThre
 
 // The pointer as the trace messages show it.
 std::string PointerText(const void* pointer) {
-  std::ostringstream text;
+  n7core::ClassicOStringStream text;
   text << pointer;
   return text.str();
 }

@@ -18,15 +18,30 @@ constexpr DWORD kTempNameCapacity = 260;
 constexpr wchar_t kOleKey[] = L"SOFTWARE\\Microsoft\\Ole";
 constexpr wchar_t kEnableDcomValue[] = L"EnableDCOM";
 
-// The service state, or nothing when the service cannot be queried. Closes what it opened.
+// Closes a service control handle when it goes out of scope, also when an exception passes.
+class ServiceHandle {
+ public:
+  explicit ServiceHandle(SC_HANDLE handle) : handle_(handle) {}
+  ~ServiceHandle() {
+    if (handle_ != nullptr) CloseServiceHandle(handle_);
+  }
+  ServiceHandle(const ServiceHandle&) = delete;
+  ServiceHandle& operator=(const ServiceHandle&) = delete;
+
+  SC_HANDLE get() const { return handle_; }
+
+ private:
+  SC_HANDLE handle_;
+};
+
+// The service state, or nothing when the service cannot be queried.
 bool QueryState(SC_HANDLE manager, const wchar_t* service_name, DWORD* state) {
-  SC_HANDLE service = OpenServiceW(manager, service_name, SERVICE_QUERY_STATUS);
-  if (service == nullptr) return false;
+  const ServiceHandle service(OpenServiceW(manager, service_name, SERVICE_QUERY_STATUS));
+  if (service.get() == nullptr) return false;
   SERVICE_STATUS status{};
-  const bool queried = QueryServiceStatus(service, &status) != FALSE;
-  CloseServiceHandle(service);
+  if (QueryServiceStatus(service.get(), &status) == FALSE) return false;
   *state = status.dwCurrentState;
-  return queried;
+  return true;
 }
 
 // Runs a framework call whose exception does not change the caller's answer.
@@ -35,7 +50,7 @@ void IgnoringFrameworkErrors(Call&& call) {
   try {
     call();
   } catch (CException* e) {
-    delete e;
+    e->Delete();  // frees it only when it is on the heap
   }
 }
 
@@ -67,12 +82,14 @@ int DCOMEnables(int enable) {
 
 int IsServiceRunning(const wchar_t* service_name) {
   try {
-    SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, GENERIC_READ);
-    if (manager == nullptr) return 0;
+    const ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, GENERIC_READ));
+    if (manager.get() == nullptr) return 0;
     DWORD state = SERVICE_STOPPED;
-    const bool queried = QueryState(manager, service_name, &state);
-    CloseServiceHandle(manager);
+    const bool queried = QueryState(manager.get(), service_name, &state);
     return queried && state != SERVICE_STOPPED && state != SERVICE_PAUSED ? 1 : 0;
+  } catch (CException* e) {
+    e->Delete();
+    return 0;
   } catch (...) {
     return 0;
   }

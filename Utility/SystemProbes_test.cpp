@@ -6,8 +6,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
+#include "platform/Exceptions.h"
 #include "platform/Registry.h"
 #include "platform/RegistryFixture_internal.h"
 #include "platform/Resources.h"
@@ -82,6 +84,41 @@ TEST(IsServiceRunningTest, RunningLikeStatesCountAsRunning) {
   EXPECT_EQ(IsServiceRunning(nullptr), 0);
   fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
   EXPECT_EQ(IsServiceRunning(L"running"), 0);
+}
+
+// Counts its destructions, so a test can see whether a caught exception was freed.
+class CountedException : public CException {
+ public:
+  explicit CountedException(BOOL auto_delete, int* destroyed)
+      : CException(auto_delete), destroyed_(destroyed) {}
+  ~CountedException() override { ++*destroyed_; }
+
+ private:
+  int* destroyed_;
+};
+
+// An exception out of the service query closes both handles (each holds the manager's
+// connection) and ends a caught framework exception through Delete(): freed when it is on the
+// heap, left alone when it is not.
+TEST(IsServiceRunningTest, AnExceptionOnTheWayClosesTheHandlesAndEndsTheException) {
+  FakeServiceManager fake;
+  fake.SetUnit("running.service", {"active", "running"});
+  int destroyed = 0;
+  fake.ThrowOnQuery([&destroyed] { throw new CountedException(TRUE, &destroyed); });
+  EXPECT_EQ(IsServiceRunning(L"running"), 0);
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(fake.OpenConnections(), 0);
+
+  static int static_destroyed = 0;
+  static CountedException not_on_the_heap(FALSE, &static_destroyed);
+  fake.ThrowOnQuery([] { throw &not_on_the_heap; });
+  EXPECT_EQ(IsServiceRunning(L"running"), 0);
+  EXPECT_EQ(static_destroyed, 0);
+  EXPECT_EQ(fake.OpenConnections(), 0);
+
+  fake.ThrowOnQuery([] { throw std::runtime_error("backend failed"); });
+  EXPECT_EQ(IsServiceRunning(L"running"), 0);
+  EXPECT_EQ(fake.OpenConnections(), 0);
 }
 
 // The probe's lookup: a function is found in a loaded module only. No COM library is ever loaded

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
 
@@ -163,7 +165,10 @@ TextWriter& TextWriter::operator<<(std::wstring_view text) {
 
 TextWriter& TextWriter::operator<<(int value) {
   begin_value();
-  out_ << value;
+  // Written digit by digit rather than through the stream, whose locale may group digits.
+  char digits[std::numeric_limits<int>::digits10 + 3];
+  const char* end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
+  out_.write(digits, end - digits);
   after_value_ = true;
   return *this;
 }

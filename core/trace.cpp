@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "core/classic_stream.h"
 #include "core/trace_internal.h"
 #include "platform/NoDestructor.h"
 
@@ -223,6 +224,8 @@ TraceMessage::TraceMessage(intTopicHdl* handle, std::int8_t level, const char* f
       line_(line),
       format_(format) {
   rdbuf(&buffer_);
+  // Streamed numbers ("error = 1722") must not pick up the grouping of a host's global locale.
+  n7core::use_classic_locale(*this);
 }
 
 TraceMessage::~TraceMessage() {

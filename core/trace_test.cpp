@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/GlobalLocale_test.h"
 #include "core/heap_counter_test.h"
 #include "core/trace_internal.h"
 
@@ -144,6 +145,17 @@ TEST(TraceMessageTest, StreamedArgumentsFillTheFormatAndReachSinksAndOutput) {
               MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
                            "\\[[0-9]+\\] Message Topic L61 CScheduler::Run\\(\\) "
                            "\\(Utility/Scheduler:[0-9]+\\): Run\\(a b,42,c\\)"));
+}
+
+// "(error = 1722)" stays one number under a host's grouping locale.
+TEST(TraceMessageTest, NumbersIgnoreTheHostsGlobalLocale) {
+  N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
+  intTopicHdl* handle = topic_at_level("Locale Topic", 10);
+  RecordingSink sink;
+  N7_TRACE_MESSAGE(handle, 10, 3, "f", "file", "(error = {}) {} {}") << 1722 << -1234567 << 2.5;
+  const std::vector<SavedRecord> records = sink.records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].text, "(error = 1722) -1234567 2.5");
 }
 
 TEST(TraceMessageTest, DisabledSiteEvaluatesNothingAndAllocatesNothing) {

@@ -113,7 +113,7 @@ CArchive::~CArchive() {
   try {
     Close();
   } catch (CException* e) {
-    delete e;
+    e->Delete();
   } catch (...) {  // NOLINT(bugprone-empty-catch): a destructor has no one to tell
   }
 }

@@ -53,7 +53,7 @@ BOOL CDocument::ReportingFailures(LPCWSTR path_name, BOOL saving,
     return TRUE;
   } catch (CException* e) {
     ReportSaveLoadException(path_name, e, saving, prompt);
-    delete e;
+    e->Delete();
   } catch (const std::exception&) {
     ReportSaveLoadException(path_name, nullptr, saving, prompt);
   }

@@ -89,6 +89,17 @@ std::string IsoTime(std::chrono::system_clock::time_point time) {
   return text;
 }
 
+// The syslog time stamp, "Nov  4 09:05:01". The month is named in English whatever locale the
+// host installed (strftime's %b would follow it).
+std::string SyslogStamp(const std::tm& parts) {
+  static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  char stamp[32];
+  std::snprintf(stamp, sizeof stamp, "%s %2d %02d:%02d:%02d", kMonths[parts.tm_mon % 12],
+                parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  return stamp;
+}
+
 int SyslogPriority(WORD type) {
   switch (type) {
     case EVENTLOG_ERROR_TYPE:
@@ -179,8 +190,7 @@ class SystemLogSink final : public EventSink {
     const std::time_t now = std::chrono::system_clock::to_time_t(event.time);
     std::tm parts{};
     localtime_r(&now, &parts);
-    char stamp[32];
-    std::strftime(stamp, sizeof stamp, "%b %e %H:%M:%S", &parts);
+    const std::string stamp = SyslogStamp(parts);
     const std::string datagram = "<" + std::to_string(LOG_USER | SyslogPriority(event.type)) + ">" +
                                  stamp + " " + std::string(event.source) + "[" +
                                  std::to_string(getpid()) + "]: " + FormatLogMessage(event);
