@@ -16,9 +16,12 @@ DWORD TimeLeft(DWORD left, DWORD elapsed) { return elapsed >= left ? 0 : left - 
 
 }  // namespace
 
-// The signal event is auto-reset and pulsed: a signal wakes a thread blocked in the wait at that
-// moment, or nobody. A code posted while no thread waits stays queued and is handled at the next
-// wake-up; changes to the objects need no wake-up, since every wait rebuilds its handle array.
+// The signal event is auto-reset and set, not pulsed: a signal wakes a thread blocked in the wait
+// at that moment, and one posted while no thread is blocked (even between a waiter's check and
+// its block) stays set until the next wait takes it, so no posted code is ever left unhandled.
+// Codes queue in order and are all handled at that wake-up; a wake-up that finds the queue
+// already drained just waits again. Changes to the objects need no wake-up, since every wait
+// rebuilds its handle array.
 CWaitableObjects::CWaitableObjects() : m_signalEvent(FALSE, FALSE) {}
 
 CWaitableObjects::~CWaitableObjects() { Close(); }
@@ -92,7 +95,7 @@ DWORD CWaitableObjects::WaitOnce(std::vector<HANDLE>& handles, DWORD millisecond
 void CWaitableObjects::Signal(unsigned long code) {
   CriticalSectionLock lock(m_section);
   m_pendingSignals.push_back(code);
-  m_signalEvent.PulseEvent();
+  m_signalEvent.SetEvent();
 }
 
 void CWaitableObjects::Stop() { Signal(kStopSignal); }

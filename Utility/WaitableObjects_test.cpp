@@ -87,6 +87,25 @@ TEST_F(WaitableObjectsTest, SignalsPostedBeforeTheWakeUpArriveInOrder) {
   EXPECT_EQ(set.codes, (std::vector<unsigned long>{7, 8, 1}));
 }
 
+// A stop posted while no thread is blocked in the wait, as between a waiter's check and its
+// block, ends the next wait at once.
+TEST_F(WaitableObjectsTest, AStopPostedBeforeTheWaitBlocksIsNotLost) {
+  RecordingSet set;
+  set.Stop();
+  EXPECT_EQ(set.WaitForObject(INFINITE, nullptr), CWaitableObjects::kStopped);
+  EXPECT_EQ(set.codes, std::vector<unsigned long>{1});
+}
+
+TEST(WaitableObjectsStopRaceTest, AStopAtAnyMomentEndsAWaitWithoutTimeout) {
+  for (int round = 0; round < 200; ++round) {
+    CWaitableObjects set;
+    std::thread waiter(
+        [&set] { EXPECT_EQ(set.WaitForObject(INFINITE, nullptr), CWaitableObjects::kStopped); });
+    set.Stop();
+    waiter.join();
+  }
+}
+
 TEST_F(WaitableObjectsTest, SignalsDoNotExtendTheTimeout) {
   CWaitableObjects set;
   auto wait = StartWait(set, 1000);
