@@ -53,8 +53,8 @@ class N7_EXPORT CWaitableObjects {
   // object's index + 1) for an abandoned mutex.
   unsigned long WaitForObject(unsigned long milliseconds, CSyncObject** object = nullptr);
 
-  // Queues `code` and pulses the signal event: a thread blocked in the wait at that moment wakes
-  // and handles every queued code; with no thread blocked, the code waits for the next wake-up.
+  // Queues `code` and sets the signal event: a thread blocked in the wait at that moment wakes
+  // and handles every queued code; with no thread blocked, the next wait wakes at once for it.
   void Signal(unsigned long code);
   void Stop();
 
