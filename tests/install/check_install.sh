@@ -34,10 +34,14 @@ for file in lib/libn7utility.so include/n7utility/n7utility.h \
   include/n7utility/Utility/Scheduler.h lib/pkgconfig/n7utility.pc \
   lib/cmake/n7utility/n7utilityConfig.cmake lib/cmake/n7utility/n7utilityConfigVersion.cmake \
   lib/cmake/n7utility/n7utilityResources.cmake include/n7utility/platform/ResourceTable.h \
-  bin/n7util bin/n7rc; do
+  bin/n7util bin/n7rc share/man/man1/n7util.1.gz share/man/man1/n7rc.1.gz \
+  share/bash-completion/completions/n7util \
+  share/n7utility/demo-messages; do
   [[ -e $prefix/$file ]] || fail "$file is not installed"
 done
 compgen -G "$prefix/lib/libn7utility.so.[0-9]*" >/dev/null || fail "no soname link installed"
+# The Debian packages' copyright and changelog files are theirs alone.
+[[ ! -e $prefix/share/doc ]] || fail "share/doc is installed: $(ls "$prefix/share/doc")"
 private=$(find "$prefix/include" -name '*_internal.h' -o -name '*_test.h')
 [[ -z $private ]] || fail "private headers installed: $private"
 

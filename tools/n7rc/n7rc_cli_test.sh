@@ -35,4 +35,17 @@ fi
 status=$?
 if ((status == 2)); then echo "ok: missing output"; else fail "missing output: status $status"; fi
 
+run "$n7rc" --help
+if ((status == 0)) && matches "$scratch/out" "^Usage: n7rc INPUT -o OUTPUT" && matches "$scratch/err" ""; then
+  echo "ok: --help"
+else
+  fail "--help: status $status"
+fi
+run "$n7rc" --version
+if ((status == 0)) && matches "$scratch/out" "^n7rc [0-9]+\.[0-9]+\.[0-9]+\$"; then
+  echo "ok: --version"
+else
+  fail "--version: status $status"
+fi
+
 finish

@@ -167,8 +167,10 @@ int julian(const std::vector<std::string_view>& args) {
   return verdict("day number " + std::to_string(number), date);
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {{"show", show}, {"add", add}, {"julian", julian}};
+
 int run_date(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {{"show", show}, {"add", add}, {"julian", julian}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -202,6 +204,6 @@ constexpr std::string_view kUsage =
 }  // namespace
 
 extern const Command date_command = {"date", "Reads, shows and shifts calendar dates", kUsage,
-                                     run_date};
+                                     run_date, kSubcommands};
 
 }  // namespace n7util

@@ -76,7 +76,7 @@ constexpr std::string_view kUsage =
 
 }  // namespace
 
-extern const Command demo_command = {"demo", "Runs the library's main job end to end, step by step",
-                                     kUsage, run_demo};
+extern const Command demo_command = {
+    "demo", "Runs the library's main job end to end, step by step", kUsage, run_demo, {}};
 
 }  // namespace n7util

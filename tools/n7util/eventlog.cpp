@@ -129,9 +129,11 @@ int query(const std::vector<std::string_view>& args) {
   return kExitOk;
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {
+    {"add-source", add_source}, {"query", query}, {"report", report}};
+
 int run_eventlog(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {
-      {"add-source", add_source}, {"query", query}, {"report", report}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -158,6 +160,6 @@ constexpr std::string_view kUsage =
 }  // namespace
 
 extern const Command eventlog_command = {"eventlog", "Registers event sources and reports events",
-                                         kUsage, run_eventlog};
+                                         kUsage, run_eventlog, kSubcommands};
 
 }  // namespace n7util

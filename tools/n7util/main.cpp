@@ -12,10 +12,12 @@
 namespace n7util {
 namespace {
 
+// Further forms start with "  or:", which is how help2man tells them apart for the manual page's
+// synopsis.
 constexpr std::string_view kOverviewUsage =
     "Usage: n7util COMMAND [ARGS...]\n"
-    "       n7util COMMAND --help\n"
-    "       n7util --help | --version\n";
+    "  or:  n7util COMMAND --help\n"
+    "  or:  n7util --help | --version\n";
 
 void print_overview(std::ostream& out) {
   std::size_t width = 0;
@@ -26,6 +28,16 @@ void print_overview(std::ostream& out) {
         << command->summary << '\n';
   }
   out << "\nExit status: 0 success, 1 negative answer or failure, 2 usage error.\n";
+}
+
+// `n7util --commands`, for the shell completion and the manual page: one line per group, its
+// name followed by its subcommands, separated by spaces. Not in the help: it is for scripts.
+void print_commands(std::ostream& out) {
+  for (const Command* command : commands()) {
+    out << command->name;
+    for (const Subcommand& subcommand : command->subcommands) out << ' ' << subcommand.name;
+    out << '\n';
+  }
 }
 
 const Command* find_command(std::string_view name) {
@@ -71,6 +83,10 @@ int run(const std::vector<std::string_view>& args) {
   const std::string_view first = args.front();
   if (is_help(first)) {
     print_overview(std::cout);
+    return kExitOk;
+  }
+  if (first == "--commands") {
+    print_commands(std::cout);
     return kExitOk;
   }
   if (first == "--version") {

@@ -82,9 +82,11 @@ int props(const std::vector<std::string_view>& args) {
   return kExitOk;
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {
+    {"make", make}, {"check", check}, {"keymap", keymap}, {"blob", blob}, {"props", props}};
+
 int run_passwd(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {
-      {"make", make}, {"check", check}, {"keymap", keymap}, {"blob", blob}, {"props", props}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -117,7 +119,8 @@ constexpr std::string_view kUsage =
 
 }  // namespace
 
-extern const Command passwd_command = {
-    "passwd", "Makes and checks stored password values and password blobs", kUsage, run_passwd};
+extern const Command passwd_command = {"passwd",
+                                       "Makes and checks stored password values and password blobs",
+                                       kUsage, run_passwd, kSubcommands};
 
 }  // namespace n7util

@@ -55,9 +55,11 @@ int dcom(const std::vector<std::string_view>& args) {
   return answer(IsDCOMEnabled() != 0, "enabled", "disabled");
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {
+    {"temp", temp}, {"writable", writable}, {"service", service}, {"dcom", dcom}};
+
 int run_probe(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {
-      {"temp", temp}, {"writable", writable}, {"service", service}, {"dcom", dcom}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -79,7 +81,8 @@ constexpr std::string_view kUsage =
 
 }  // namespace
 
-extern const Command probe_command = {
-    "probe", "Probes temporary directories, directories and services", kUsage, run_probe};
+extern const Command probe_command = {"probe",
+                                      "Probes temporary directories, directories and services",
+                                      kUsage, run_probe, kSubcommands};
 
 }  // namespace n7util

@@ -377,10 +377,12 @@ int watch(const std::vector<std::string_view>& args) {
   return kExitOk;
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {{"query", query},    {"set", set},   {"delete", remove},
+                                       {"enum", enumerate}, {"save", save}, {"restore", restore},
+                                       {"watch", watch}};
+
 int run_reg(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {
-      {"query", query}, {"set", set},         {"delete", remove}, {"enum", enumerate},
-      {"save", save},   {"restore", restore}, {"watch", watch}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -413,6 +415,6 @@ constexpr std::string_view kUsage =
 }  // namespace
 
 extern const Command reg_command = {"reg", "Reads, writes and watches registry keys", kUsage,
-                                    run_reg};
+                                    run_reg, kSubcommands};
 
 }  // namespace n7util

@@ -54,8 +54,10 @@ int run_string(const std::vector<std::string_view>& arg_list) {
   return kExitOk;
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {{"string", run_string}};
+
 int run_res(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {{"string", run_string}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -73,6 +75,7 @@ constexpr std::string_view kUsage =
 
 }  // namespace
 
-extern const Command res_command = {"res", "Prints a module's string resources", kUsage, run_res};
+extern const Command res_command = {"res", "Prints a module's string resources", kUsage, run_res,
+                                    kSubcommands};
 
 }  // namespace n7util

@@ -41,8 +41,10 @@ int login(const std::vector<std::string_view>& args) {
   return kExitFailure;
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {{"login", login}};
+
 int run_srp(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {{"login", login}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -63,6 +65,6 @@ constexpr std::string_view kUsage =
 }  // namespace
 
 extern const Command srp_command = {"srp", "Runs SRP-6a logins against stored password blobs",
-                                    kUsage, run_srp};
+                                    kUsage, run_srp, kSubcommands};
 
 }  // namespace n7util

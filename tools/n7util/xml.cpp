@@ -115,8 +115,10 @@ int run_check(const std::vector<std::string_view>& arg_list) {
   return kExitOk;
 }
 
+// The group's subcommands; the shell completion lists them from here too.
+constexpr Subcommand kSubcommands[] = {{"tokens", run_tokens}, {"check", run_check}};
+
 int run_xml(const std::vector<std::string_view>& args) {
-  static constexpr Subcommand kSubcommands[] = {{"tokens", run_tokens}, {"check", run_check}};
   return run_subcommand(kSubcommands, args);
 }
 
@@ -138,6 +140,6 @@ constexpr std::string_view kUsage =
 }  // namespace
 
 extern const Command xml_command = {"xml", "Prints an XML document's tokens or checks it", kUsage,
-                                    run_xml};
+                                    run_xml, kSubcommands};
 
 }  // namespace n7util
