@@ -229,8 +229,8 @@ struct Waiter {
   bool wait_all = false;
   std::span<KernelObject* const> objects;  // in the caller's order: indices of results
   std::span<KernelObject* const> ordered;  // each object once, in lock order
-  // kWaiting until the one thread that completes the wait sets kDone, under the lock of one of
-  // the objects (a wait for any) or of all of them (a wait for all).
+  // kWaiting until the one thread that completes the wait sets kDone: by exchange under the lock
+  // of one of the objects (a wait for any), or under the locks of all of them (a wait for all).
   std::atomic<std::uint32_t> state{kWaiting};
   DWORD result = WAIT_TIMEOUT;  // written with kDone, read by the waiter under all its locks
   // The waiting thread's sleeper, alive for the thread's life.
@@ -275,9 +275,10 @@ void TakeAll(Waiter& waiter) NO_THREAD_SAFETY_ANALYSIS {
 }
 
 bool AllSignalled(const Waiter& waiter) NO_THREAD_SAFETY_ANALYSIS {
-  return std::all_of(waiter.ordered.begin(), waiter.ordered.end(), [&](KernelObject* object) {
-    return object->IsSignalledFor(waiter.thread.id);
-  });
+  for (const KernelObject* object : waiter.ordered) {
+    if (!object->IsSignalledFor(waiter.thread.id)) return false;
+  }
+  return true;
 }
 
 // With every object of the wait locked by the caller: completes the wait if its objects allow
@@ -377,12 +378,15 @@ bool HasAdjacentDuplicates(std::span<KernelObject* const> sorted) {
 DWORD WaitForObjects(std::span<KernelObject* const> objects, bool wait_all, DWORD milliseconds) {
   KernelObject* ordered[MAXIMUM_WAIT_OBJECTS];
   std::copy(objects.begin(), objects.end(), ordered);
-  std::sort(ordered, ordered + objects.size());
-  if (wait_all && HasAdjacentDuplicates({ordered, objects.size()})) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return WAIT_FAILED;
+  KernelObject** unique_end = ordered + objects.size();
+  if (objects.size() > 1) {
+    std::sort(ordered, unique_end);
+    if (wait_all && HasAdjacentDuplicates({ordered, objects.size()})) {
+      SetLastError(ERROR_INVALID_PARAMETER);
+      return WAIT_FAILED;
+    }
+    unique_end = std::unique(ordered, unique_end);
   }
-  const auto unique_end = std::unique(ordered, ordered + objects.size());
 
   Waiter waiter;
   waiter.thread = ThisWaitingThread();
@@ -419,11 +423,14 @@ void KernelObject::SatisfyWaiters() {
       OfferToWaitForAll(*waiter, this, unpark);
       continue;
     }
-    // Only the thread that holds a lock of the waiter's objects changes its state, and this one
-    // holds this object's lock, so a plain check-then-set is enough.
+    // Signallers of the waiter's other objects hold other locks and may race for it: the one
+    // whose exchange wins completes the wait. The waiter reads the result once it holds this lock.
+    std::uint32_t waiting = Waiter::kWaiting;
+    if (!waiter->state.compare_exchange_strong(waiting, Waiter::kDone, std::memory_order_acq_rel)) {
+      continue;
+    }
     waiter->result = (Acquire(waiter->thread) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) +
                      IndexOf(*waiter, this);
-    waiter->state.store(Waiter::kDone, std::memory_order_release);
     Wake(*waiter, unpark);
   }
 }
@@ -534,7 +541,10 @@ BOOL DuplicateHandle(HANDLE source_process, HANDLE source, HANDLE target_process
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-  return WaitForMultipleObjects(1, &handle, FALSE, milliseconds);
+  const ObjectRef ref = n7platform::internal::FindObject(handle);
+  if (!ref) return WAIT_FAILED;
+  KernelObject* const object = ref.get();
+  return n7platform::internal::WaitForObjects({&object, 1}, false, milliseconds);
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
@@ -551,8 +561,5 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
     if (!refs[i]) return WAIT_FAILED;
     objects[i] = refs[i].get();
   }
-  const DWORD result = n7platform::internal::WaitForObjects({objects, count}, wait_all != FALSE,
-                                                            milliseconds);
-  n7platform::internal::UnparkPending();
-  return result;
+  return n7platform::internal::WaitForObjects({objects, count}, wait_all != FALSE, milliseconds);
 }
