@@ -117,6 +117,15 @@ class HandleTable {
 
   std::size_t LiveCount() const { return live_.load(std::memory_order_relaxed); }
 
+  // Whether the slot, pinned by the caller, still belongs to `handle` and the handle is open.
+  static bool StillOpen(const Slot* slot, HANDLE handle) {
+    const std::uint64_t word = slot->word.load(std::memory_order_acquire);
+    const auto generation =
+        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle) >> 32) &
+        kGenerationMask;
+    return (word & kOpen) != 0 && GenerationOf(word) == generation;
+  }
+
  private:
   static std::uint32_t IndexOf(const Slot* slot) { return slot->index_hint; }
 
@@ -164,6 +173,45 @@ HandleTable& Handles() {
   return *table;
 }
 
+// The slots this thread used last, each kept pinned, so that a thread working on the same few
+// handles finds them again with one load instead of two atomic read-modify-writes on the slot.
+// The object of a handle closed meanwhile lives on until its entry is reused or the thread ends;
+// nothing can reach it through the closed handle.
+class PinCache {
+ public:
+  PinCache() = default;
+  PinCache(const PinCache&) = delete;
+  PinCache& operator=(const PinCache&) = delete;
+  ~PinCache() {
+    for (Entry& entry : entries_) {
+      if (entry.slot != nullptr) Handles().Unpin(entry.slot);
+    }
+  }
+
+  // The object of `handle`, valid until this thread's next lookup; null when the handle is not
+  // open.
+  KernelObject* Find(HANDLE handle) {
+    Entry& entry = entries_[reinterpret_cast<std::uintptr_t>(handle) % kEntries];
+    if (entry.handle == handle && entry.slot != nullptr) {
+      if (HandleTable::StillOpen(entry.slot, handle)) return entry.slot->object.get();
+    }
+    Slot* slot = Handles().Pin(handle);
+    if (slot == nullptr) return nullptr;
+    Slot* evicted = std::exchange(entry.slot, slot);
+    entry.handle = handle;
+    if (evicted != nullptr) Handles().Unpin(evicted);
+    return slot->object.get();
+  }
+
+ private:
+  static constexpr std::size_t kEntries = 8;
+  struct Entry {
+    HANDLE handle = nullptr;
+    Slot* slot = nullptr;
+  };
+  Entry entries_[kEntries];
+};
+
 }  // namespace
 
 ObjectRef& ObjectRef::operator=(ObjectRef&& other) noexcept {
@@ -198,6 +246,13 @@ ObjectRef FindObject(HANDLE handle) {
     return {};
   }
   return {slot, slot->object.get()};
+}
+
+ObjectRef FindObjectForCall(HANDLE handle) {
+  thread_local PinCache cache;
+  KernelObject* object = cache.Find(handle);
+  if (object == nullptr) SetLastError(ERROR_INVALID_HANDLE);
+  return {nullptr, object};
 }
 
 std::shared_ptr<KernelObject> ShareObject(HANDLE handle) {
@@ -483,7 +538,7 @@ class Event final : public KernelObject {
 
 BOOL ApplyToEvent(HANDLE handle, void (Event::*operation)()) {
   ObjectRef ref;
-  Event* event = FindObjectOf<Event>(handle, ref);
+  Event* event = FindObjectOf<Event>(handle, ref, FindObjectForCall);
   if (event == nullptr) return FALSE;
   {
     ObjectGuard guard(event->lock());
@@ -541,7 +596,7 @@ BOOL DuplicateHandle(HANDLE source_process, HANDLE source, HANDLE target_process
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-  const ObjectRef ref = n7platform::internal::FindObject(handle);
+  const ObjectRef ref = n7platform::internal::FindObjectForCall(handle);
   if (!ref) return WAIT_FAILED;
   KernelObject* const object = ref.get();
   return n7platform::internal::WaitForObjects({&object, 1}, false, milliseconds);

@@ -177,14 +177,18 @@ HANDLE InsertHandle(std::shared_ptr<KernelObject> object);
 // The object behind `handle`; empty with ERROR_INVALID_HANDLE for a closed, foreign or null handle.
 ObjectRef FindObject(HANDLE handle);
 
+// FindObject for a call that looks up no other handle before it is done with the object, through
+// a small per-thread cache: the object stays valid until the calling thread's next lookup.
+ObjectRef FindObjectForCall(HANDLE handle);
+
 // The object behind `handle` as a shared pointer, for holders that outlive the call.
 std::shared_ptr<KernelObject> ShareObject(HANDLE handle);
 
 // The object behind `handle` if it is a T; null with ERROR_INVALID_HANDLE otherwise. Valid while
-// `ref` lives.
+// `ref` lives (and, found through FindObjectForCall, until the thread's next lookup).
 template <typename T>
-T* FindObjectOf(HANDLE handle, ObjectRef& ref) {
-  ref = FindObject(handle);
+T* FindObjectOf(HANDLE handle, ObjectRef& ref, ObjectRef (*find)(HANDLE) = FindObject) {
+  ref = find(handle);
   if (!ref) return nullptr;
   if (ref->kind() != T::kKind) {
     ref.Reset();

@@ -143,7 +143,7 @@ HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES /*security*/, BOOL initial_owner, LPCW
 
 BOOL ReleaseMutex(HANDLE handle) {
   ObjectRef ref;
-  Mutex* mutex = n7platform::internal::FindObjectOf<Mutex>(handle, ref);
+  Mutex* mutex = n7platform::internal::FindObjectOf<Mutex>(handle, ref, n7platform::internal::FindObjectForCall);
   if (mutex == nullptr) return FALSE;
   std::shared_ptr<Mutex> released;  // destroyed after the lock is released
   bool owned = false;
