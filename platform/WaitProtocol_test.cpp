@@ -175,6 +175,11 @@ TEST_F(WaitProtocolTest, RandomWaitsForAnyAndAllKeepEveryObjectConsistent) {
     if (!finished.wait_for(lock, kWatchdog, [&] { return running == 0; })) {
       // A thread stuck in a wait cannot be joined: end the process as a failure.
       std::fprintf(stderr, "watchdog: %d threads still waiting\n", running);
+      const std::lock_guard failures_lock(failures_mutex_);
+      if (!failures_.empty()) {
+        std::fprintf(stderr, "%zu broken invariants, first: %s\n", failures_.size(),
+                     failures_.front().c_str());
+      }
       std::abort();
     }
   }
