@@ -245,8 +245,10 @@ void PrintTimeRatio(const n7bench::RatioTable& table, const std::string& ours,
 
 // Throughput on N threads over throughput on one, for ours and the peers.
 void PrintScaling(const n7bench::RatioTable& table) {
-  std::printf("\nScaling (throughput on N threads / on 1 thread, each thread on its own objects)\n");
-  for (const char* name : {"BM_EventSetWait", "BM_CondVarSetWait", "BM_KernelMutex", "BM_StdMutex"}) {
+  std::printf(
+      "\nScaling (throughput on N threads / on 1 thread, each thread on its own objects)\n");
+  for (const char* name :
+       {"BM_EventSetWait", "BM_CondVarSetWait", "BM_KernelMutex", "BM_StdMutex"}) {
     const std::string prefix = std::string(name) + "/real_time/threads:";
     const double single = table.Rate(prefix + "1");
     if (single <= 0) continue;

@@ -291,7 +291,8 @@ BOOL FindNextChangeNotification(HANDLE handle) {
 BOOL FindCloseChangeNotification(HANDLE handle) {
   {
     n7platform::internal::ObjectRef ref;
-    if (n7platform::internal::FindObjectOf<ChangeNotification>(handle, ref) == nullptr) return FALSE;
+    if (n7platform::internal::FindObjectOf<ChangeNotification>(handle, ref) == nullptr)
+      return FALSE;
   }
   return n7platform::internal::RemoveHandle(handle) ? TRUE : FALSE;
 }

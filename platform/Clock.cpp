@@ -83,7 +83,8 @@ void ParkSleeper(Sleeper& sleeper, std::uint64_t timeout_ms) {
     timeout.tv_sec = static_cast<time_t>(timeout_ms / 1000);
     timeout.tv_nsec = static_cast<long>(timeout_ms % 1000) * 1'000'000;
   }
-  Futex(sleeper.state, FUTEX_WAIT, Sleeper::kParked, timeout_ms == kNoDeadline ? nullptr : &timeout);
+  Futex(sleeper.state, FUTEX_WAIT, Sleeper::kParked,
+        timeout_ms == kNoDeadline ? nullptr : &timeout);
 }
 
 bool MarkSleeperWoken(Sleeper& sleeper) {

@@ -472,8 +472,8 @@ void KernelObject::SatisfyWaiters() {
     if (!waiter->state.compare_exchange_strong(waiting, Waiter::kDone, std::memory_order_acq_rel)) {
       continue;
     }
-    waiter->result = (Acquire(waiter->thread) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) +
-                     IndexOf(*waiter, this);
+    waiter->result =
+        (Acquire(waiter->thread) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + IndexOf(*waiter, this);
     Wake(*waiter, unpark);
   }
 }
@@ -556,7 +556,9 @@ BOOL ResetEvent(HANDLE event) { return n7platform::internal::ApplyToEvent(event,
 
 BOOL PulseEvent(HANDLE event) { return n7platform::internal::ApplyToEvent(event, &Event::Pulse); }
 
-BOOL CloseHandle(HANDLE handle) { return n7platform::internal::RemoveHandle(handle) ? TRUE : FALSE; }
+BOOL CloseHandle(HANDLE handle) {
+  return n7platform::internal::RemoveHandle(handle) ? TRUE : FALSE;
+}
 
 HANDLE GetCurrentProcess() {
   // The value the system the interface comes from uses; it is no handle in the table.

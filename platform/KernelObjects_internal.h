@@ -157,7 +157,8 @@ class ObjectRef {
   ObjectRef() = default;
   ObjectRef(void* slot, KernelObject* object) : slot_(slot), object_(object) {}
   ObjectRef(ObjectRef&& other) noexcept
-      : slot_(std::exchange(other.slot_, nullptr)), object_(std::exchange(other.object_, nullptr)) {}
+      : slot_(std::exchange(other.slot_, nullptr)),
+        object_(std::exchange(other.object_, nullptr)) {}
   ObjectRef& operator=(ObjectRef&& other) noexcept;
   ~ObjectRef() { Reset(); }
 

@@ -75,9 +75,9 @@ class MessageQueue final : public KernelObject {
 
  private:
   std::deque<MSG>::const_iterator FindMatch() const REQUIRES(lock_) {
-    return std::find_if(messages_.begin(), messages_.end(),
-                        [this](const MSG& msg)
-                            REQUIRES(lock_) { return filter_.Matches(msg.message); });
+    return std::find_if(messages_.begin(), messages_.end(), [this](const MSG& msg) REQUIRES(lock_) {
+      return filter_.Matches(msg.message);
+    });
   }
 
   std::deque<MSG> messages_ GUARDED_BY(lock_);

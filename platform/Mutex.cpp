@@ -114,9 +114,7 @@ OwnedMutexes::~OwnedMutexes() { Abandon(TakeAll(), GetCurrentThreadId()); }
 
 WaitingThread ThisWaitingThread() { return {GetCurrentThreadId(), &ThisThreadsMutexes()}; }
 
-void AbandonMutexesOfThisThread() {
-  Abandon(ThisThreadsMutexes().TakeAll(), GetCurrentThreadId());
-}
+void AbandonMutexesOfThisThread() { Abandon(ThisThreadsMutexes().TakeAll(), GetCurrentThreadId()); }
 
 }  // namespace n7platform::internal
 
@@ -143,7 +141,8 @@ HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES /*security*/, BOOL initial_owner, LPCW
 
 BOOL ReleaseMutex(HANDLE handle) {
   ObjectRef ref;
-  Mutex* mutex = n7platform::internal::FindObjectOf<Mutex>(handle, ref, n7platform::internal::FindObjectForCall);
+  Mutex* mutex = n7platform::internal::FindObjectOf<Mutex>(handle, ref,
+                                                           n7platform::internal::FindObjectForCall);
   if (mutex == nullptr) return FALSE;
   std::shared_ptr<Mutex> released;  // destroyed after the lock is released
   bool owned = false;

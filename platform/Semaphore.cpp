@@ -59,7 +59,8 @@ BOOL ReleaseSemaphore(HANDLE handle, LONG release_count, LONG* previous_count) {
     return FALSE;
   }
   ObjectRef ref;
-  Semaphore* semaphore = n7platform::internal::FindObjectOf<Semaphore>(handle, ref, n7platform::internal::FindObjectForCall);
+  Semaphore* semaphore = n7platform::internal::FindObjectOf<Semaphore>(
+      handle, ref, n7platform::internal::FindObjectForCall);
   if (semaphore == nullptr) return FALSE;
   LONG previous = 0;
   bool released = false;

@@ -367,7 +367,8 @@ CWinThread* AfxGetThread() { return n7platform::internal::t_current_thread; }
 
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code) {
   n7platform::internal::ObjectRef ref;
-  auto* object = n7platform::internal::FindObjectOf<ThreadObject>(thread, ref, n7platform::internal::FindObjectForCall);
+  auto* object = n7platform::internal::FindObjectOf<ThreadObject>(
+      thread, ref, n7platform::internal::FindObjectForCall);
   if (object == nullptr) return FALSE;
   *exit_code = object->ExitCode();
   return TRUE;

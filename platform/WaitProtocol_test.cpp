@@ -35,7 +35,8 @@ enum class Kind { kEvent, kMutex, kSemaphore };
 // One shared object and what the threads hold of it: units taken (an auto-reset event's one
 // signal, a semaphore's count) or the owning thread (a mutex).
 struct Shared {
-  Shared(Kind object_kind, HANDLE object, LONG most) : kind(object_kind), handle(object), units(most) {}
+  Shared(Kind object_kind, HANDLE object, LONG most)
+      : kind(object_kind), handle(object), units(most) {}
 
   const Kind kind;
   const HANDLE handle;
@@ -50,8 +51,8 @@ class WaitProtocolTest : public ::testing::Test {
     for (int i = 0; i < 4; ++i) Add(Kind::kEvent, CreateEventW(nullptr, FALSE, TRUE, nullptr), 1);
     for (int i = 0; i < 4; ++i) Add(Kind::kMutex, CreateMutexW(nullptr, FALSE, nullptr), 1);
     for (int i = 0; i < 3; ++i) {
-      Add(Kind::kSemaphore,
-          CreateSemaphoreW(nullptr, kSemaphoreUnits, kSemaphoreUnits, nullptr), kSemaphoreUnits);
+      Add(Kind::kSemaphore, CreateSemaphoreW(nullptr, kSemaphoreUnits, kSemaphoreUnits, nullptr),
+          kSemaphoreUnits);
     }
   }
   ~WaitProtocolTest() override {
@@ -139,7 +140,8 @@ class WaitProtocolTest : public ::testing::Test {
     for (Shared& shared : objects_) {
       Shared* object = &shared;
       LONG available = 0;
-      while (available <= object->units && WaitForSingleObject(object->handle, 0) == WAIT_OBJECT_0) {
+      while (available <= object->units &&
+             WaitForSingleObject(object->handle, 0) == WAIT_OBJECT_0) {
         ++available;
         if (object->kind == Kind::kMutex) break;  // the owner could take it again
       }
@@ -184,8 +186,8 @@ TEST_F(WaitProtocolTest, RandomWaitsForAnyAndAllKeepEveryObjectConsistent) {
     }
   }
   for (auto& thread : threads) thread.join();
-  EXPECT_TRUE(failures_.empty()) << failures_.size() << " broken invariants, first: "
-                                 << failures_.front();
+  EXPECT_TRUE(failures_.empty()) << failures_.size()
+                                 << " broken invariants, first: " << failures_.front();
   ExpectInitialState();
 }
 
