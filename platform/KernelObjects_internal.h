@@ -109,8 +109,9 @@ enum class ObjectKind { kEvent, kMutex, kSemaphore, kThread, kChangeNotification
 
 // Base of every kind of kernel object. A kind says when a wait by a given thread is satisfied and
 // what taking the object does; the base keeps the threads waiting on it. Everything of an object
-// that a wait looks at is guarded by its lock_.
-class KernelObject {
+// that a wait looks at is guarded by its lock_. Objects start on their own cache line, so that
+// threads working on different objects do not write to a line they share.
+class alignas(64) KernelObject {
  public:
   explicit KernelObject(ObjectKind kind) : kind_(kind) {}
   virtual ~KernelObject() = default;
