@@ -92,7 +92,7 @@ class Mutex final : public KernelObject, public std::enable_shared_from_this<Mut
   bool abandoned_ GUARDED_BY(lock_) = false;
 };
 
-void Abandon(std::vector<std::shared_ptr<Mutex>> mutexes, DWORD thread) {
+void Abandon(const std::vector<std::shared_ptr<Mutex>>& mutexes, DWORD thread) {
   for (const auto& mutex : mutexes) {
     ObjectGuard guard(mutex->lock());
     mutex->Abandon(thread);

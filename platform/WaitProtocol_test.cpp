@@ -46,7 +46,7 @@ struct Shared {
 };
 
 class WaitProtocolTest : public ::testing::Test {
- protected:
+ public:
   WaitProtocolTest() {
     for (int i = 0; i < 4; ++i) Add(Kind::kEvent, CreateEventW(nullptr, FALSE, TRUE, nullptr), 1);
     for (int i = 0; i < 4; ++i) Add(Kind::kMutex, CreateMutexW(nullptr, FALSE, nullptr), 1);
@@ -58,7 +58,10 @@ class WaitProtocolTest : public ::testing::Test {
   ~WaitProtocolTest() override {
     for (Shared& object : objects_) CloseHandle(object.handle);
   }
+  WaitProtocolTest(const WaitProtocolTest&) = delete;
+  WaitProtocolTest& operator=(const WaitProtocolTest&) = delete;
 
+ protected:
   void Add(Kind kind, HANDLE handle, LONG units) {
     ASSERT_NE(handle, nullptr);
     objects_.emplace_back(kind, handle, units);
