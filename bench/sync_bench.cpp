@@ -7,11 +7,19 @@
 //   the same ping-pong over std::mutex + std::condition_variable.
 // - WaitFor64PingPong: the same round trip where the woken thread waits for any of 64 handles
 //   (the signalled one last): the cost of one wake-up of a 64-handle wait, against EventPingPong.
+// - EventSetWait / CondVarSetWait: SetEvent then WaitForSingleObject(event, 0) on an event of the
+//   thread's own, against setting and taking a flag under std::mutex + std::condition_variable.
+// - KernelMutex / StdMutex: wait for then release a kernel mutex of the thread's own, against
+//   std::mutex lock and unlock.
+//   Both run on 1, 2, 4, ... threads up to the hardware's, each thread on its own objects: with
+//   nothing shared, throughput should grow with the threads as the peers' does.
 // At the end a table gives each figure as a ratio to its peer.
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -154,6 +162,70 @@ BENCHMARK(BM_CondVarPingPong)->UseRealTime();
 BENCHMARK(BM_WaitFor64PingPong)->UseRealTime();
 
 // ---------------------------------------------------------------------------------------------
+// Uncontended operations, and how they scale with threads that share nothing
+
+void BM_EventSetWait(benchmark::State& state) {
+  HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  for (auto _ : state) {
+    SetEvent(event);
+    benchmark::DoNotOptimize(WaitForSingleObject(event, 0));
+  }
+  CloseHandle(event);
+  state.SetItemsProcessed(state.iterations());
+}
+
+// The event's peer: a flag set and taken under a mutex, with a condition variable to notify.
+void BM_CondVarSetWait(benchmark::State& state) {
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool signalled = false;  // guarded by mutex
+  for (auto _ : state) {
+    {
+      std::lock_guard lock(mutex);
+      signalled = true;
+    }
+    changed.notify_one();
+    std::unique_lock lock(mutex);
+    benchmark::DoNotOptimize(
+        changed.wait_for(lock, std::chrono::seconds(0), [&] { return signalled; }));
+    signalled = false;
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_KernelMutex(benchmark::State& state) {
+  HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
+  for (auto _ : state) {
+    WaitForSingleObject(mutex, INFINITE);
+    ReleaseMutex(mutex);
+  }
+  CloseHandle(mutex);
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_StdMutex(benchmark::State& state) {
+  std::mutex mutex;
+  for (auto _ : state) {
+    mutex.lock();
+    mutex.unlock();
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+// 1, 2, 4, ... threads, up to the hardware's.
+int MaxThreads() { return std::max(1, static_cast<int>(std::thread::hardware_concurrency())); }
+
+void ScalingThreads(benchmark::internal::Benchmark* benchmark) {
+  for (int threads = 1; threads < MaxThreads(); threads *= 2) benchmark->Threads(threads);
+  benchmark->Threads(MaxThreads());
+}
+
+BENCHMARK(BM_EventSetWait)->Apply(ScalingThreads)->UseRealTime();
+BENCHMARK(BM_CondVarSetWait)->Apply(ScalingThreads)->UseRealTime();
+BENCHMARK(BM_KernelMutex)->Apply(ScalingThreads)->UseRealTime();
+BENCHMARK(BM_StdMutex)->Apply(ScalingThreads)->UseRealTime();
+
+// ---------------------------------------------------------------------------------------------
 // Ratios to the peers
 
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
@@ -171,6 +243,26 @@ void PrintTimeRatio(const n7bench::RatioTable& table, const std::string& ours,
               peer.c_str());
 }
 
+// Throughput on N threads over throughput on one, for ours and the peers.
+void PrintScaling(const n7bench::RatioTable& table) {
+  std::printf(
+      "\nScaling (throughput on N threads / on 1 thread, each thread on its own objects)\n");
+  for (const char* name :
+       {"BM_EventSetWait", "BM_CondVarSetWait", "BM_KernelMutex", "BM_StdMutex"}) {
+    const std::string prefix = std::string(name) + "/real_time/threads:";
+    const double single = table.Rate(prefix + "1");
+    if (single <= 0) continue;
+    for (int threads = 2; threads <= MaxThreads(); threads *= 2) {
+      const std::string run = prefix + std::to_string(threads);
+      if (table.Rate(run) > 0) std::printf("%-52s %6.2f\n", run.c_str(), table.Rate(run) / single);
+    }
+    const std::string most = prefix + std::to_string(MaxThreads());
+    if ((MaxThreads() & (MaxThreads() - 1)) != 0 && table.Rate(most) > 0) {
+      std::printf("%-52s %6.2f\n", most.c_str(), table.Rate(most) / single);
+    }
+  }
+}
+
 // Prints each figure next to its peer's.
 void PrintRatios(const n7bench::RatioTable& table) {
   std::printf("\nRatios (throughput: ours / peer; round trip: peer / ours; above 1 is better)\n");
@@ -184,6 +276,10 @@ void PrintRatios(const n7bench::RatioTable& table) {
   }
   PrintTimeRatio(table, "BM_EventPingPong/real_time", "BM_CondVarPingPong/real_time");
   PrintTimeRatio(table, "BM_WaitFor64PingPong/real_time", "BM_EventPingPong/real_time");
+  PrintTimeRatio(table, "BM_EventSetWait/real_time/threads:1",
+                 "BM_CondVarSetWait/real_time/threads:1");
+  PrintTimeRatio(table, "BM_KernelMutex/real_time/threads:1", "BM_StdMutex/real_time/threads:1");
+  PrintScaling(table);
 }
 
 }  // namespace

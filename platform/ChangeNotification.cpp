@@ -6,9 +6,9 @@
 // pending events itself before it resets the object, so a change made before the re-arm can
 // never signal it afterwards, whatever the watcher thread is doing.
 //
-// Lock order: the watcher's section, then the kernel lock. A change notification is destroyed
-// outside the kernel lock (CloseHandle and the waits release their references after it), and its
-// destructor takes the section to end its watch.
+// Lock order: the watcher's section, then a notification's own lock. A change notification is
+// destroyed outside its lock (CloseHandle and the waits release their references after it), and
+// its destructor takes the section to end its watch.
 
 #include <poll.h>
 #include <sys/inotify.h>
@@ -75,18 +75,24 @@ struct Interest {
 
 class ChangeNotification final : public KernelObject {
  public:
-  explicit ChangeNotification(Interest interest) : interest_(interest) {}
+  static constexpr ObjectKind kKind = ObjectKind::kChangeNotification;
+
+  explicit ChangeNotification(Interest interest) : KernelObject(kKind), interest_(interest) {}
   ~ChangeNotification() override;
 
-  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) { return signalled_; }
-  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) { return false; }
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(lock_) { return signalled_; }
+  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) { return false; }
 
-  void Signal() REQUIRES(KernelLock()) {
+  void Signal() {
+    ObjectGuard guard(lock_);
     if (signalled_) return;
     signalled_ = true;
     SatisfyWaiters();
   }
-  void Rearm() REQUIRES(KernelLock()) { signalled_ = false; }
+  void Rearm() {
+    ObjectGuard guard(lock_);
+    signalled_ = false;
+  }
 
   const Interest& interest() const { return interest_; }
   // Set once, by the watcher, before the object is reachable by a handle.
@@ -95,7 +101,7 @@ class ChangeNotification final : public KernelObject {
  private:
   const Interest interest_;
   int watch_ = -1;
-  bool signalled_ GUARDED_BY(KernelLock()) = false;
+  bool signalled_ GUARDED_BY(lock_) = false;
 };
 
 using Notifications = std::vector<std::shared_ptr<ChangeNotification>>;
@@ -189,9 +195,9 @@ void Watcher::Deliver(ChangeNotification* rearm) {
   Notifications changed;  // released last: a notification's destructor takes the section
   CriticalSectionLock lock(section_);
   changed = ReadChanges();
-  KernelGuard guard;
   for (const auto& notification : changed) notification->Signal();
   if (rearm != nullptr) rearm->Rearm();
+  UnparkPending();
 }
 
 Notifications Watcher::ReadChanges() {
@@ -238,10 +244,13 @@ void Watcher::Run() {
 
 // The change notification behind `handle`, held so that it outlives a concurrent close.
 std::shared_ptr<ChangeNotification> FindNotification(HANDLE handle) {
-  KernelGuard guard;
-  auto notification = std::dynamic_pointer_cast<ChangeNotification>(FindObject(handle));
-  if (notification == nullptr) SetLastError(ERROR_INVALID_HANDLE);
-  return notification;
+  std::shared_ptr<KernelObject> object = ShareObject(handle);
+  if (object == nullptr) return nullptr;
+  if (object->kind() != ChangeNotification::kKind) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  return std::static_pointer_cast<ChangeNotification>(object);
 }
 
 HANDLE Fail(DWORD error) {
@@ -253,7 +262,6 @@ HANDLE Fail(DWORD error) {
 }  // namespace n7platform::internal
 
 using n7platform::internal::ChangeNotification;
-using n7platform::internal::KernelGuard;
 
 HANDLE FindFirstChangeNotificationW(LPCWSTR path, BOOL watch_subtree, DWORD filter) {
   using n7platform::internal::Fail;
@@ -269,11 +277,7 @@ HANDLE FindFirstChangeNotificationW(LPCWSTR path, BOOL watch_subtree, DWORD filt
       std::make_shared<ChangeNotification>(n7platform::internal::Interest::Of(filter));
   const DWORD error = n7platform::internal::TheWatcher().Watch(*utf8, notification);
   if (error != ERROR_SUCCESS) return Fail(error);
-  HANDLE handle = nullptr;
-  {
-    KernelGuard guard;
-    handle = n7platform::internal::InsertHandle(notification);
-  }
+  HANDLE handle = n7platform::internal::InsertHandle(notification);
   return handle != nullptr ? handle : INVALID_HANDLE_VALUE;
 }
 
@@ -285,9 +289,10 @@ BOOL FindNextChangeNotification(HANDLE handle) {
 }
 
 BOOL FindCloseChangeNotification(HANDLE handle) {
-  std::shared_ptr<n7platform::internal::KernelObject> closed;  // destroyed after the lock
-  KernelGuard guard;
-  if (n7platform::internal::FindObjectOf<ChangeNotification>(handle) == nullptr) return FALSE;
-  closed = n7platform::internal::RemoveHandle(handle);
-  return TRUE;
+  {
+    n7platform::internal::ObjectRef ref;
+    if (n7platform::internal::FindObjectOf<ChangeNotification>(handle, ref) == nullptr)
+      return FALSE;
+  }
+  return n7platform::internal::RemoveHandle(handle) ? TRUE : FALSE;
 }

@@ -1,10 +1,12 @@
 #include "platform/Clock.h"
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 
 #include "platform/Calendar_internal.h"
 #include "platform/KernelObjects_internal.h"
@@ -36,21 +38,19 @@ class SystemClock final : public Clock {
            static_cast<std::uint64_t>(now.tv_nsec / 1'000'000);
   }
 
-  // CLOCK_MONOTONIC is the clock of std::chrono::steady_clock, so a relative wait of the
-  // remaining ticks ends no earlier than the deadline.
-  void Sleep(Sleeper& sleeper, std::unique_lock<std::mutex>& kernel_lock,
-             std::uint64_t deadline) override {
+  // The futex timeout is measured on CLOCK_MONOTONIC, the clock of TickCount, so a relative wait
+  // of the remaining ticks ends no earlier than the deadline. No lock is taken: the real clock's
+  // waits cost only the futex.
+  void Sleep(Sleeper& sleeper, std::uint64_t deadline) override {
     if (deadline == kNoDeadline) {
-      sleeper.cv.wait(kernel_lock);
+      ParkSleeper(sleeper, kNoDeadline);
       return;
     }
     const std::uint64_t now = TickCount();
     if (now >= deadline) return;
     // The caller re-checks after every return, so a long wait may be cut into shorter ones.
     constexpr std::uint64_t kLongestSleep = 24ull * 60 * 60 * 1000;
-    const std::uint64_t remaining = std::min(deadline - now, kLongestSleep);
-    sleeper.cv.wait_for(kernel_lock,
-                        std::chrono::milliseconds(static_cast<std::int64_t>(remaining)));
+    ParkSleeper(sleeper, std::min(deadline - now, kLongestSleep));
   }
 
  private:
@@ -63,7 +63,35 @@ class SystemClock final : public Clock {
 
 std::atomic<Clock*> installed_clock{nullptr};
 
+long Futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
+           const timespec* timeout) {
+  return syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), operation | FUTEX_PRIVATE_FLAG,
+                 value, timeout, nullptr, 0);
+}
+
 }  // namespace
+
+void ParkSleeper(Sleeper& sleeper, std::uint64_t timeout_ms) {
+  std::uint32_t expected = Sleeper::kArmed;
+  if (!sleeper.state.compare_exchange_strong(expected, Sleeper::kParked,
+                                             std::memory_order_acq_rel) &&
+      expected != Sleeper::kParked) {
+    return;  // woken already
+  }
+  timespec timeout{};
+  if (timeout_ms != kNoDeadline) {
+    timeout.tv_sec = static_cast<time_t>(timeout_ms / 1000);
+    timeout.tv_nsec = static_cast<long>(timeout_ms % 1000) * 1'000'000;
+  }
+  Futex(sleeper.state, FUTEX_WAIT, Sleeper::kParked,
+        timeout_ms == kNoDeadline ? nullptr : &timeout);
+}
+
+bool MarkSleeperWoken(Sleeper& sleeper) {
+  return sleeper.state.exchange(Sleeper::kWoken, std::memory_order_acq_rel) == Sleeper::kParked;
+}
+
+void UnparkSleeper(Sleeper& sleeper) { Futex(sleeper.state, FUTEX_WAKE, 1, nullptr); }
 
 Clock& RealClock() {
   static NoDestructor<SystemClock> clock;

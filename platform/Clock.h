@@ -7,20 +7,35 @@
 // scheduling run in milliseconds.
 #pragma once
 
-#include <condition_variable>
+#include <atomic>
 #include <cstdint>
-#include <mutex>
 
 #include "platform/export.h"
 
 namespace n7platform {
 
-// One thread blocked in a wait on kernel objects. The wait engine owns it; a clock only puts it to
-// sleep. `woken` is guarded by the kernel lock and set by whoever wakes the sleeper.
+// The parking word of one thread blocked in a wait on kernel objects. The wait engine arms it
+// before it looks at its objects; whoever changes what the thread waits for wakes it, and a clock
+// only puts it to sleep until then. The word is a futex, so a waker that finds the thread still
+// running (not parked) wakes it without a system call.
 struct Sleeper {
-  std::condition_variable cv;
-  bool woken = false;
+  static constexpr std::uint32_t kArmed = 0;   // may park
+  static constexpr std::uint32_t kWoken = 1;   // woken since last armed
+  static constexpr std::uint32_t kParked = 2;  // blocked in the kernel
+
+  std::atomic<std::uint32_t> state{kArmed};
+
+  bool Woken() const { return state.load(std::memory_order_acquire) == kWoken; }
 };
+
+// Blocks the calling thread on `sleeper` until it is woken or `timeout_ms` milliseconds pass
+// (kNoDeadline: no limit); it may also return early. For clocks.
+N7_EXPORT void ParkSleeper(Sleeper& sleeper, std::uint64_t timeout_ms);
+
+// Marks `sleeper` woken. True when its thread is parked in the kernel and must be unparked with
+// UnparkSleeper; the caller keeps the sleeper alive until then.
+N7_EXPORT bool MarkSleeperWoken(Sleeper& sleeper);
+N7_EXPORT void UnparkSleeper(Sleeper& sleeper);
 
 // A tick deadline that never comes.
 inline constexpr std::uint64_t kNoDeadline = UINT64_MAX;
@@ -38,11 +53,9 @@ class N7_EXPORT Clock {
   // Milliseconds on a monotonic clock with an arbitrary origin.
   virtual std::uint64_t TickCount() = 0;
 
-  // Blocks `sleeper` until it is woken, until TickCount() reaches `deadline`, or spuriously; the
-  // caller re-checks. Called with the kernel lock held in `kernel_lock`, which is released while
-  // the thread sleeps.
-  virtual void Sleep(Sleeper& sleeper, std::unique_lock<std::mutex>& kernel_lock,
-                     std::uint64_t deadline) = 0;
+  // Blocks the calling thread until `sleeper` is woken, until TickCount() reaches `deadline`, or
+  // spuriously; the caller re-checks. Returns at once when the sleeper is already woken.
+  virtual void Sleep(Sleeper& sleeper, std::uint64_t deadline) = 0;
 };
 
 // The installed clock: the real one unless a test installed another.

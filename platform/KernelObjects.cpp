@@ -1,13 +1,15 @@
 #include "platform/KernelObjects.h"
 
+#include <sched.h>
+
 #include <algorithm>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <vector>
 
 #include "platform/KernelObjects_internal.h"
 #include "platform/NoDestructor.h"
-#include "platform/Thread.h"
 
 namespace {
 thread_local DWORD last_error = ERROR_SUCCESS;
@@ -18,117 +20,214 @@ void SetLastError(DWORD error) { last_error = error; }
 
 namespace n7platform::internal {
 
-thread_local bool KernelMutex::held_ = false;
-
-namespace {
-// The guard through which this thread holds the kernel lock. A plain pointer, so that it is still
-// usable from other thread-local destructors when the thread ends.
-thread_local KernelGuard* t_current_guard = nullptr;
-}  // namespace
-
-KernelGuard::KernelGuard() : lock_(KernelLock().native()) {
-  KernelMutex::held_ = true;
-  t_current_guard = this;
-}
-
-KernelGuard::~KernelGuard() {
-  t_current_guard = nullptr;
-  KernelMutex::held_ = false;
-  lock_.unlock();
-  for (const auto& sleeper : wake_after_unlock_) sleeper->cv.notify_all();
-}
-
-void WakeAfterUnlock(std::shared_ptr<Sleeper> sleeper) {
-  t_current_guard->wake_after_unlock_.push_back(std::move(sleeper));
-}
-
-KernelMutex& KernelLock() {
-  static NoDestructor<KernelMutex> lock;
-  return *lock;
+void ObjectLock::WaitUntilFree() const {
+  // Holders keep the lock for a few instructions, unless the system preempted them: spin a little,
+  // then give the processor away so that a preempted holder can finish.
+  for (int spin = 0; flag_.load(std::memory_order_relaxed); ++spin) {
+    if (spin < 64) {
+      __builtin_ia32_pause();
+    } else {
+      sched_yield();
+    }
+  }
 }
 
 // ---------------------------------------------------------------------------------------------
 // Handle table
-
-namespace {
-
+//
 // A handle is the tag bit, a 31-bit generation and a slot index. The tag bit makes it a
 // non-canonical address, so it can never be mistaken for a pointer (and a pointer never for it);
 // the generation changes each time a slot is freed, so a closed handle stays invalid after its
 // slot is reused.
+//
+// Finding a handle takes no lock: each slot has one atomic word holding its generation, whether
+// the handle is open, whether the slot holds an object, and how many calls are using it (pins).
+// A call pins the slot, then checks the generation and the open bit; a slot whose handle was
+// closed keeps its object until the last pin goes, and the thread that drops it frees the slot.
+// Slots sit on their own cache lines, so calls on different handles share nothing written.
+
+namespace {
+
 constexpr std::uint64_t kHandleTag = std::uint64_t{1} << 63;
 constexpr std::uint32_t kGenerationMask = 0x7FFF'FFFFu;
 // Roughly the per-process limit of the system the interface comes from.
 constexpr std::uint32_t kMaxHandles = 1u << 24;
+constexpr std::uint32_t kChunkBits = 10;
+constexpr std::uint32_t kChunkSize = 1u << kChunkBits;
+constexpr std::uint32_t kChunks = kMaxHandles / kChunkSize;
+
+// The slot word: generation in the high half, then the open and holding bits, then the pins.
+constexpr std::uint64_t kOpen = std::uint64_t{1} << 31;
+constexpr std::uint64_t kHolding = std::uint64_t{1} << 30;
+constexpr std::uint64_t kPinMask = kHolding - 1;
+
+std::uint32_t GenerationOf(std::uint64_t word) { return static_cast<std::uint32_t>(word >> 32); }
+
+struct alignas(64) Slot {
+  std::atomic<std::uint64_t> word{std::uint64_t{1} << 32};
+  // Written only while the slot holds nothing, or by the one thread that frees it.
+  std::shared_ptr<KernelObject> object;
+  std::uint32_t index_hint = 0;  // the slot's own index, set once
+};
 
 class HandleTable {
  public:
   HANDLE Insert(std::shared_ptr<KernelObject> object) {
-    std::uint32_t index;
-    if (!free_.empty()) {
-      index = free_.back();
-      free_.pop_back();
-    } else if (slots_.size() < kMaxHandles) {
-      index = static_cast<std::uint32_t>(slots_.size());
-      slots_.push_back(Slot{});
-    } else {
+    Slot* slot = TakeFreeSlot();
+    if (slot == nullptr) {
       SetLastError(ERROR_NOT_ENOUGH_MEMORY);
       return nullptr;
     }
-    slots_[index].object = std::move(object);
-    return Encode(index, slots_[index].generation);
-  }
-
-  std::shared_ptr<KernelObject> Find(HANDLE handle) {
-    Slot* slot = SlotOf(handle);
-    return slot != nullptr ? slot->object : nullptr;
-  }
-
-  std::size_t LiveCount() const { return slots_.size() - free_.size(); }
-
-  std::shared_ptr<KernelObject> Remove(HANDLE handle) {
-    Slot* slot = SlotOf(handle);
-    if (slot == nullptr) return nullptr;
-    std::shared_ptr<KernelObject> object = std::move(slot->object);
-    slot->object = nullptr;
-    slot->generation =
-        (slot->generation & kGenerationMask) == kGenerationMask ? 1 : slot->generation + 1;
-    free_.push_back(static_cast<std::uint32_t>(slot - slots_.data()));
-    return object;
-  }
-
- private:
-  struct Slot {
-    std::shared_ptr<KernelObject> object;
-    std::uint32_t generation = 1;
-  };
-
-  static HANDLE Encode(std::uint32_t index, std::uint32_t generation) {
+    slot->object = std::move(object);
+    // Pins of late finders of the slot's previous handle may still be counted; they are kept.
+    const std::uint64_t word = slot->word.fetch_or(kOpen | kHolding, std::memory_order_acq_rel);
+    live_.fetch_add(1, std::memory_order_relaxed);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle is a number, never dereferenced
-    return reinterpret_cast<HANDLE>(kHandleTag | std::uint64_t{generation} << 32 | index);
+    return reinterpret_cast<HANDLE>(kHandleTag | (word & ~std::uint64_t{0xFFFF'FFFF}) |
+                                    IndexOf(slot));
   }
 
-  Slot* SlotOf(HANDLE handle) {
+  // Pins the slot of `handle` if the handle is open.
+  Slot* Pin(HANDLE handle) {
     const auto value = reinterpret_cast<std::uintptr_t>(handle);
     if ((value & kHandleTag) == 0) return nullptr;
     const auto index = static_cast<std::uint32_t>(value);
     const auto generation = static_cast<std::uint32_t>(value >> 32) & kGenerationMask;
-    if (index >= slots_.size()) return nullptr;
-    Slot& slot = slots_[index];
-    if (slot.generation != generation || slot.object == nullptr) return nullptr;
-    return &slot;
+    if (index >= kMaxHandles) return nullptr;
+    Slot* chunk = chunks_[index >> kChunkBits].load(std::memory_order_acquire);
+    if (chunk == nullptr) return nullptr;
+    Slot* slot = &chunk[index & (kChunkSize - 1)];
+    const std::uint64_t word = slot->word.fetch_add(1, std::memory_order_acquire);
+    if (GenerationOf(word) == generation && (word & kOpen) != 0) return slot;
+    Unpin(slot);
+    return nullptr;
   }
 
-  std::vector<Slot> slots_;
-  std::vector<std::uint32_t> free_;
+  void Unpin(Slot* slot) {
+    const std::uint64_t word = slot->word.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if ((word & (kPinMask | kOpen | kHolding)) == kHolding) Free(slot, word);
+  }
+
+  // Marks the pinned slot's handle closed; false when another thread closed it first.
+  bool Close(Slot* slot) {
+    if ((slot->word.fetch_and(~kOpen, std::memory_order_acq_rel) & kOpen) == 0) return false;
+    live_.fetch_sub(1, std::memory_order_relaxed);
+    return true;
+  }
+
+  std::size_t LiveCount() const { return live_.load(std::memory_order_relaxed); }
+
+  // Whether the slot, pinned by the caller, still belongs to `handle` and the handle is open.
+  static bool StillOpen(const Slot* slot, HANDLE handle) {
+    const std::uint64_t word = slot->word.load(std::memory_order_acquire);
+    const auto generation =
+        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle) >> 32) &
+        kGenerationMask;
+    return (word & kOpen) != 0 && GenerationOf(word) == generation;
+  }
+
+ private:
+  static std::uint32_t IndexOf(const Slot* slot) { return slot->index_hint; }
+
+  // The last pin of a closed handle went: whoever wins the exchange drops the object.
+  void Free(Slot* slot, std::uint64_t word) {
+    std::uint32_t generation = GenerationOf(word);
+    generation = generation == kGenerationMask ? 1 : generation + 1;
+    if (!slot->word.compare_exchange_strong(word, std::uint64_t{generation} << 32,
+                                            std::memory_order_acq_rel)) {
+      return;  // a late finder pinned it meanwhile; its unpin frees it
+    }
+    const std::shared_ptr<KernelObject> object = std::move(slot->object);
+    {
+      const std::lock_guard lock(free_mutex_);
+      free_.push_back(slot);
+    }
+  }
+
+  Slot* TakeFreeSlot() {
+    const std::lock_guard lock(free_mutex_);
+    if (!free_.empty()) {
+      Slot* slot = free_.back();
+      free_.pop_back();
+      return slot;
+    }
+    if (used_ == kMaxHandles) return nullptr;
+    if (used_ % kChunkSize == 0) {
+      auto* chunk = new Slot[kChunkSize];
+      for (std::uint32_t i = 0; i < kChunkSize; ++i) chunk[i].index_hint = used_ + i;
+      chunks_[used_ >> kChunkBits].store(chunk, std::memory_order_release);
+    }
+    Slot* chunk = chunks_[used_ >> kChunkBits].load(std::memory_order_relaxed);
+    return &chunk[used_++ & (kChunkSize - 1)];
+  }
+
+  std::atomic<Slot*> chunks_[kChunks] = {};
+  std::atomic<std::size_t> live_{0};
+  std::mutex free_mutex_;  // taken to create and free handles, never to find one
+  std::vector<Slot*> free_;
+  std::uint32_t used_ = 0;
 };
 
-HandleTable& Handles() REQUIRES(KernelLock()) {
+HandleTable& Handles() {
   static NoDestructor<HandleTable> table;
   return *table;
 }
 
+// The slots this thread used last, each kept pinned, so that a thread working on the same few
+// handles finds them again with one load instead of two atomic read-modify-writes on the slot.
+// The object of a handle closed meanwhile lives on until its entry is reused or the thread ends;
+// nothing can reach it through the closed handle.
+class PinCache {
+ public:
+  PinCache() = default;
+  PinCache(const PinCache&) = delete;
+  PinCache& operator=(const PinCache&) = delete;
+  ~PinCache() {
+    for (Entry& entry : entries_) {
+      if (entry.slot != nullptr) Handles().Unpin(entry.slot);
+    }
+  }
+
+  // The object of `handle`, valid until this thread's next lookup; null when the handle is not
+  // open.
+  KernelObject* Find(HANDLE handle) {
+    Entry& entry = entries_[reinterpret_cast<std::uintptr_t>(handle) % kEntries];
+    if (entry.handle == handle && entry.slot != nullptr) {
+      if (HandleTable::StillOpen(entry.slot, handle)) return entry.slot->object.get();
+    }
+    Slot* slot = Handles().Pin(handle);
+    if (slot == nullptr) return nullptr;
+    Slot* evicted = std::exchange(entry.slot, slot);
+    entry.handle = handle;
+    if (evicted != nullptr) Handles().Unpin(evicted);
+    return slot->object.get();
+  }
+
+ private:
+  static constexpr std::size_t kEntries = 8;
+  struct Entry {
+    HANDLE handle = nullptr;
+    Slot* slot = nullptr;
+  };
+  Entry entries_[kEntries];
+};
+
 }  // namespace
+
+ObjectRef& ObjectRef::operator=(ObjectRef&& other) noexcept {
+  if (this != &other) {
+    Reset();
+    slot_ = std::exchange(other.slot_, nullptr);
+    object_ = std::exchange(other.object_, nullptr);
+  }
+  return *this;
+}
+
+void ObjectRef::Reset() {
+  if (slot_ != nullptr) Handles().Unpin(static_cast<Slot*>(slot_));
+  slot_ = nullptr;
+  object_ = nullptr;
+}
 
 bool RefuseName(LPCWSTR name) {
   if (name == nullptr) return false;
@@ -140,110 +239,249 @@ HANDLE InsertHandle(std::shared_ptr<KernelObject> object) {
   return Handles().Insert(std::move(object));
 }
 
-std::shared_ptr<KernelObject> FindObject(HANDLE handle) {
-  std::shared_ptr<KernelObject> object = Handles().Find(handle);
+ObjectRef FindObject(HANDLE handle) {
+  Slot* slot = Handles().Pin(handle);
+  if (slot == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return {};
+  }
+  return {slot, slot->object.get()};
+}
+
+ObjectRef FindObjectForCall(HANDLE handle) {
+  thread_local PinCache cache;
+  KernelObject* object = cache.Find(handle);
   if (object == nullptr) SetLastError(ERROR_INVALID_HANDLE);
+  return {nullptr, object};
+}
+
+std::shared_ptr<KernelObject> ShareObject(HANDLE handle) {
+  Slot* slot = Handles().Pin(handle);
+  if (slot == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  std::shared_ptr<KernelObject> object = slot->object;
+  Handles().Unpin(slot);
   return object;
 }
 
 std::size_t LiveHandleCount() { return Handles().LiveCount(); }
 
-std::shared_ptr<KernelObject> RemoveHandle(HANDLE handle) {
-  std::shared_ptr<KernelObject> object = Handles().Remove(handle);
-  if (object == nullptr) SetLastError(ERROR_INVALID_HANDLE);
-  return object;
+bool RemoveHandle(HANDLE handle) {
+  Slot* slot = Handles().Pin(handle);
+  const bool closed = slot != nullptr && Handles().Close(slot);
+  if (slot != nullptr) Handles().Unpin(slot);
+  if (!closed) SetLastError(ERROR_INVALID_HANDLE);
+  return closed;
 }
 
 // ---------------------------------------------------------------------------------------------
-// Wait engine
+// Wait engine (the protocol is described in docs/wait-engine.md)
 
 struct Waiter {
-  // Shared with the thread that wakes it, which notifies after releasing the kernel lock.
-  std::shared_ptr<Sleeper> sleeper = std::make_shared<Sleeper>();
-  DWORD thread = 0;
+  WaitingThread thread;
   bool wait_all = false;
-  std::span<const std::shared_ptr<KernelObject>> objects;
-  // Set, with the objects taken, when the wait is satisfied: by the waiting thread itself or by
-  // the thread that signalled an object.
-  std::optional<DWORD> result;
+  std::span<KernelObject* const> objects;  // in the caller's order: indices of results
+  std::span<KernelObject* const> ordered;  // each object once, in lock order
+  // kWaiting until the one thread that completes the wait sets kDone: by exchange under the lock
+  // of one of the objects (a wait for any), or under the locks of all of them (a wait for all).
+  std::atomic<std::uint32_t> state{kWaiting};
+  DWORD result = WAIT_TIMEOUT;  // written with kDone, read by the waiter under all its locks
+  // The waiting thread's sleeper, alive for the thread's life.
+  const std::shared_ptr<Sleeper>* sleeper = nullptr;
+
+  static constexpr std::uint32_t kWaiting = 0;
+  static constexpr std::uint32_t kDone = 1;
 };
 
 namespace {
 
-// Completes `waiter` if its objects allow it now. Nothing is taken unless the wait succeeds.
-bool TrySatisfy(Waiter& waiter) REQUIRES(KernelLock()) {
-  if (waiter.result) return true;
-  const auto& objects = waiter.objects;
-  const auto signalled = [&](const std::shared_ptr<KernelObject>& object) REQUIRES(KernelLock()) {
-    return object->IsSignalledFor(waiter.thread);
-  };
-  if (waiter.wait_all) {
-    if (!std::all_of(objects.begin(), objects.end(), signalled)) return false;
-    std::optional<DWORD> abandoned;
-    for (DWORD i = 0; i < objects.size(); ++i) {
-      if (objects[i]->Acquire(waiter.thread) && !abandoned) abandoned = i;
-    }
-    waiter.result = abandoned ? WAIT_ABANDONED_0 + *abandoned : WAIT_OBJECT_0;
-    return true;
+// Kept for the thread's life and shared with the wakers, which may still be unparking it when
+// its wait has returned.
+const std::shared_ptr<Sleeper>& ThisThreadsSleeper() {
+  thread_local const std::shared_ptr<Sleeper> sleeper = std::make_shared<Sleeper>();
+  return sleeper;
+}
+
+// Locks every object of a set in the one global order; the set is sorted by address.
+void LockAll(std::span<KernelObject* const> ordered) NO_THREAD_SAFETY_ANALYSIS {
+  for (KernelObject* object : ordered) object->lock().lock();
+}
+
+void UnlockAll(std::span<KernelObject* const> ordered) NO_THREAD_SAFETY_ANALYSIS {
+  for (KernelObject* object : ordered) object->lock().unlock();
+}
+
+// The first index of `object` in the waiter's list.
+DWORD IndexOf(const Waiter& waiter, const KernelObject* object) {
+  return static_cast<DWORD>(std::find(waiter.objects.begin(), waiter.objects.end(), object) -
+                            waiter.objects.begin());
+}
+
+// Takes every object of a wait for all (all locked and signalled) and sets its result.
+void TakeAll(Waiter& waiter) NO_THREAD_SAFETY_ANALYSIS {
+  std::optional<DWORD> abandoned;
+  for (DWORD i = 0; i < waiter.objects.size(); ++i) {
+    if (waiter.objects[i]->Acquire(waiter.thread) && !abandoned) abandoned = i;
   }
-  const auto it = std::find_if(objects.begin(), objects.end(), signalled);
-  if (it == objects.end()) return false;
-  const auto index = static_cast<DWORD>(it - objects.begin());
-  waiter.result = ((*it)->Acquire(waiter.thread) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + index;
+  waiter.result = abandoned ? WAIT_ABANDONED_0 + *abandoned : WAIT_OBJECT_0;
+  waiter.state.store(Waiter::kDone, std::memory_order_release);
+}
+
+bool AllSignalled(const Waiter& waiter) NO_THREAD_SAFETY_ANALYSIS {
+  for (const KernelObject* object : waiter.ordered) {
+    if (!object->IsSignalledFor(waiter.thread.id)) return false;
+  }
   return true;
 }
 
-// A wait for all that names one object twice could never take it twice.
-bool HasDuplicates(std::span<const std::shared_ptr<KernelObject>> objects) {
-  for (std::size_t i = 0; i < objects.size(); ++i) {
-    if (std::find(objects.begin() + static_cast<std::ptrdiff_t>(i) + 1, objects.end(),
-                  objects[i]) != objects.end()) {
-      return true;
-    }
+// With every object of the wait locked by the caller: completes the wait if its objects allow
+// it now. Nothing is taken unless the wait succeeds.
+bool TrySatisfy(Waiter& waiter) NO_THREAD_SAFETY_ANALYSIS {
+  if (waiter.state.load(std::memory_order_relaxed) == Waiter::kDone) return true;
+  if (waiter.wait_all) {
+    if (!AllSignalled(waiter)) return false;
+    TakeAll(waiter);
+    return true;
+  }
+  for (DWORD i = 0; i < waiter.objects.size(); ++i) {
+    KernelObject* object = waiter.objects[i];
+    if (!object->IsSignalledFor(waiter.thread.id)) continue;
+    waiter.result = (object->Acquire(waiter.thread) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + i;
+    waiter.state.store(Waiter::kDone, std::memory_order_release);
+    return true;
   }
   return false;
 }
 
-}  // namespace
+// Wakes the waiter's thread. Called with a lock of one of its objects held, so the waiter (which
+// takes all of them before it returns) is alive; the sleeper outlives the call on its own.
+void Wake(Waiter& waiter, std::vector<std::shared_ptr<Sleeper>>& unpark) {
+  if (MarkSleeperWoken(**waiter.sleeper)) unpark.push_back(*waiter.sleeper);
+}
 
-DWORD WaitForObjects(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all,
-                     DWORD milliseconds, KernelGuard& guard) {
-  Waiter waiter;
-  waiter.thread = GetCurrentThreadId();
-  waiter.wait_all = wait_all;
-  waiter.objects = objects;
-  if (TrySatisfy(waiter)) return *waiter.result;
-  if (milliseconds == 0) return WAIT_TIMEOUT;
+// A signaller holding `held` found a wait for all that `held` may complete. Taking the other
+// locks in address order could deadlock with a waiter holding some of them, so only try them:
+// when all are free, complete the wait here; otherwise wake the waiter, which takes all its locks
+// in order itself and checks again.
+void OfferToWaitForAll(Waiter& waiter, const KernelObject* held,
+                       std::vector<std::shared_ptr<Sleeper>>& unpark) NO_THREAD_SAFETY_ANALYSIS {
+  std::size_t locked = 0;
+  for (; locked < waiter.ordered.size(); ++locked) {
+    KernelObject* object = waiter.ordered[locked];
+    if (object != held && !object->lock().try_lock()) break;
+  }
+  const bool all_locked = locked == waiter.ordered.size();
+  if (all_locked && AllSignalled(waiter)) {
+    TakeAll(waiter);
+    Wake(waiter, unpark);
+  } else if (!all_locked) {
+    Wake(waiter, unpark);
+  }
+  for (std::size_t i = 0; i < locked; ++i) {
+    if (waiter.ordered[i] != held) waiter.ordered[i]->lock().unlock();
+  }
+}
 
+std::vector<std::shared_ptr<Sleeper>>& PendingUnparks() {
+  thread_local std::vector<std::shared_ptr<Sleeper>> pending;
+  return pending;
+}
+
+// The waiter's locks are held on entry and released on return; it is registered on its objects.
+DWORD Sleep(Waiter& waiter, DWORD milliseconds) NO_THREAD_SAFETY_ANALYSIS {
+  Sleeper& sleeper = **waiter.sleeper;
   // A thread already asleep keeps the clock it started on, whatever is installed meanwhile.
   Clock& clock = GetClock();
   const std::uint64_t deadline =
       milliseconds == INFINITE ? kNoDeadline : clock.TickCount() + milliseconds;
-  for (const auto& object : objects) object->AddWaiter(&waiter);
-  while (!TrySatisfy(waiter) && clock.TickCount() < deadline) {
-    waiter.sleeper->woken = false;
-    clock.Sleep(*waiter.sleeper, guard.lock(), deadline);
-    KernelLock().AssertHeld();
+  for (;;) {
+    UnlockAll(waiter.ordered);
+    // No spinning before the sleep: on a machine with few cores the spinner takes the processor
+    // from the very thread that would wake it (measured with sync_bench and pool_bench).
+    while (!sleeper.Woken() && clock.TickCount() < deadline) clock.Sleep(sleeper, deadline);
+    // Armed again before the objects are looked at: a change after the look wakes it again.
+    sleeper.state.store(Sleeper::kArmed, std::memory_order_seq_cst);
+    LockAll(waiter.ordered);
+    if (TrySatisfy(waiter) || clock.TickCount() >= deadline) break;
   }
-  for (const auto& object : objects) object->RemoveWaiter(&waiter);
-  return waiter.result.value_or(WAIT_TIMEOUT);
+  for (KernelObject* object : waiter.ordered) object->RemoveWaiter(&waiter);
+  UnlockAll(waiter.ordered);
+  return waiter.result;
+}
+
+// A wait for all that names one object twice could never take it twice.
+bool HasAdjacentDuplicates(std::span<KernelObject* const> sorted) {
+  return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
+}
+
+}  // namespace
+
+DWORD WaitForObjects(std::span<KernelObject* const> objects, bool wait_all, DWORD milliseconds) {
+  KernelObject* ordered[MAXIMUM_WAIT_OBJECTS];
+  std::copy(objects.begin(), objects.end(), ordered);
+  KernelObject** unique_end = ordered + objects.size();
+  if (objects.size() > 1) {
+    std::sort(ordered, unique_end);
+    if (wait_all && HasAdjacentDuplicates({ordered, objects.size()})) {
+      SetLastError(ERROR_INVALID_PARAMETER);
+      return WAIT_FAILED;
+    }
+    unique_end = std::unique(ordered, unique_end);
+  }
+
+  Waiter waiter;
+  waiter.thread = ThisWaitingThread();
+  waiter.wait_all = wait_all;
+  waiter.objects = objects;
+  waiter.ordered = {ordered, static_cast<std::size_t>(unique_end - ordered)};
+  LockAll(waiter.ordered);
+  if (TrySatisfy(waiter) || milliseconds == 0) {
+    UnlockAll(waiter.ordered);
+    return waiter.result;
+  }
+  waiter.sleeper = &ThisThreadsSleeper();
+  (*waiter.sleeper)->state.store(Sleeper::kArmed, std::memory_order_relaxed);
+  for (KernelObject* object : waiter.ordered) {
+    object->lock().AssertHeld();
+    object->AddWaiter(&waiter);
+  }
+  return Sleep(waiter, milliseconds);
 }
 
 void KernelObject::AddWaiter(Waiter* waiter) { waiters_.push_back(waiter); }
 
 void KernelObject::RemoveWaiter(Waiter* waiter) {
-  // A wait for any may name an object twice; each registration is removed once.
   waiters_.erase(std::find(waiters_.begin(), waiters_.end(), waiter));
 }
 
 void KernelObject::SatisfyWaiters() {
+  if (waiters_.empty()) return;
+  std::vector<std::shared_ptr<Sleeper>>& unpark = PendingUnparks();
   for (Waiter* waiter : waiters_) {
-    if (waiter->result || !IsSignalledFor(waiter->thread)) continue;
-    if (TrySatisfy(*waiter)) {
-      waiter->sleeper->woken = true;
-      WakeAfterUnlock(waiter->sleeper);
+    if (waiter->state.load(std::memory_order_relaxed) == Waiter::kDone) continue;
+    if (!IsSignalledFor(waiter->thread.id)) continue;
+    if (waiter->wait_all) {
+      OfferToWaitForAll(*waiter, this, unpark);
+      continue;
     }
+    // Signallers of the waiter's other objects hold other locks and may race for it: the one
+    // whose exchange wins completes the wait. The waiter reads the result once it holds this lock.
+    std::uint32_t waiting = Waiter::kWaiting;
+    if (!waiter->state.compare_exchange_strong(waiting, Waiter::kDone, std::memory_order_acq_rel)) {
+      continue;
+    }
+    waiter->result =
+        (Acquire(waiter->thread) ? WAIT_ABANDONED_0 : WAIT_OBJECT_0) + IndexOf(*waiter, this);
+    Wake(*waiter, unpark);
   }
+}
+
+void UnparkPending() {
+  std::vector<std::shared_ptr<Sleeper>>& unpark = PendingUnparks();
+  for (const auto& sleeper : unpark) UnparkSleeper(*sleeper);
+  unpark.clear();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -253,26 +491,29 @@ namespace {
 
 class Event final : public KernelObject {
  public:
-  Event(bool manual_reset, bool signalled) : manual_reset_(manual_reset), signalled_(signalled) {}
+  static constexpr ObjectKind kKind = ObjectKind::kEvent;
 
-  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) { return signalled_; }
+  Event(bool manual_reset, bool signalled)
+      : KernelObject(kKind), manual_reset_(manual_reset), signalled_(signalled) {}
 
-  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) {
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(lock_) { return signalled_; }
+
+  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) {
     if (!manual_reset_) signalled_ = false;
     return false;
   }
 
-  void Set() REQUIRES(KernelLock()) {
+  void Set() REQUIRES(lock_) {
     signalled_ = true;
     SatisfyWaiters();
   }
 
-  void Reset() REQUIRES(KernelLock()) { signalled_ = false; }
+  void Reset() REQUIRES(lock_) { signalled_ = false; }
 
   // The waits completed while the event is briefly signalled are exactly those of the threads
   // waiting now: all of them for a manual-reset event, the first one for an auto-reset event,
   // whose wait resets it.
-  void Pulse() REQUIRES(KernelLock()) {
+  void Pulse() REQUIRES(lock_) {
     signalled_ = true;
     SatisfyWaiters();
     signalled_ = false;
@@ -280,14 +521,18 @@ class Event final : public KernelObject {
 
  private:
   const bool manual_reset_;
-  bool signalled_ GUARDED_BY(KernelLock());
+  bool signalled_ GUARDED_BY(lock_);
 };
 
 BOOL ApplyToEvent(HANDLE handle, void (Event::*operation)()) {
-  KernelGuard guard;
-  Event* event = FindObjectOf<Event>(handle);
+  ObjectRef ref;
+  Event* event = FindObjectOf<Event>(handle, ref, FindObjectForCall);
   if (event == nullptr) return FALSE;
-  (event->*operation)();
+  {
+    ObjectGuard guard(event->lock());
+    (event->*operation)();
+  }
+  UnparkPending();
   return TRUE;
 }
 
@@ -295,14 +540,13 @@ BOOL ApplyToEvent(HANDLE handle, void (Event::*operation)()) {
 }  // namespace n7platform::internal
 
 using n7platform::internal::Event;
-using n7platform::internal::KernelGuard;
 using n7platform::internal::KernelObject;
+using n7platform::internal::ObjectRef;
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES /*security*/, BOOL manual_reset, BOOL initial_state,
                     LPCWSTR name) {
   if (n7platform::internal::RefuseName(name)) return nullptr;
   auto event = std::make_shared<Event>(manual_reset != FALSE, initial_state != FALSE);
-  KernelGuard guard;
   return n7platform::internal::InsertHandle(std::move(event));
 }
 
@@ -313,10 +557,7 @@ BOOL ResetEvent(HANDLE event) { return n7platform::internal::ApplyToEvent(event,
 BOOL PulseEvent(HANDLE event) { return n7platform::internal::ApplyToEvent(event, &Event::Pulse); }
 
 BOOL CloseHandle(HANDLE handle) {
-  std::shared_ptr<KernelObject> object;  // destroyed after the lock is released
-  KernelGuard guard;
-  object = n7platform::internal::RemoveHandle(handle);
-  return object != nullptr ? TRUE : FALSE;
+  return n7platform::internal::RemoveHandle(handle) ? TRUE : FALSE;
 }
 
 HANDLE GetCurrentProcess() {
@@ -335,19 +576,20 @@ BOOL DuplicateHandle(HANDLE source_process, HANDLE source, HANDLE target_process
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
   }
-  std::shared_ptr<KernelObject> closed;  // destroyed after the lock is released
-  KernelGuard guard;
-  std::shared_ptr<KernelObject> object = n7platform::internal::FindObject(source);
+  std::shared_ptr<KernelObject> object = n7platform::internal::ShareObject(source);
   if (object == nullptr) return FALSE;
-  HANDLE duplicate = n7platform::internal::InsertHandle(object);
+  HANDLE duplicate = n7platform::internal::InsertHandle(std::move(object));
   if (duplicate == nullptr) return FALSE;
-  if ((options & DUPLICATE_CLOSE_SOURCE) != 0) closed = n7platform::internal::RemoveHandle(source);
+  if ((options & DUPLICATE_CLOSE_SOURCE) != 0) n7platform::internal::RemoveHandle(source);
   *target = duplicate;
   return TRUE;
 }
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-  return WaitForMultipleObjects(1, &handle, FALSE, milliseconds);
+  const ObjectRef ref = n7platform::internal::FindObjectForCall(handle);
+  if (!ref) return WAIT_FAILED;
+  KernelObject* const object = ref.get();
+  return n7platform::internal::WaitForObjects({&object, 1}, false, milliseconds);
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
@@ -356,18 +598,13 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all,
     SetLastError(ERROR_INVALID_PARAMETER);
     return WAIT_FAILED;
   }
-  n7platform::internal::WatchThreadExit();
   // The wait holds its objects, so closing a handle meanwhile does not pull one from under it.
-  std::shared_ptr<KernelObject> objects[MAXIMUM_WAIT_OBJECTS];
-  KernelGuard guard;
+  ObjectRef refs[MAXIMUM_WAIT_OBJECTS];
+  KernelObject* objects[MAXIMUM_WAIT_OBJECTS];
   for (DWORD i = 0; i < count; ++i) {
-    objects[i] = n7platform::internal::FindObject(handles[i]);
-    if (objects[i] == nullptr) return WAIT_FAILED;
+    refs[i] = n7platform::internal::FindObject(handles[i]);
+    if (!refs[i]) return WAIT_FAILED;
+    objects[i] = refs[i].get();
   }
-  const std::span<const std::shared_ptr<KernelObject>> waited(objects, count);
-  if (wait_all != FALSE && n7platform::internal::HasDuplicates(waited)) {
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return WAIT_FAILED;
-  }
-  return n7platform::internal::WaitForObjects(waited, wait_all != FALSE, milliseconds, guard);
+  return n7platform::internal::WaitForObjects({objects, count}, wait_all != FALSE, milliseconds);
 }

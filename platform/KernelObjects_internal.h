@@ -1,16 +1,18 @@
 // The machinery behind the kernel objects, shared by the files of the platform layer that define
-// kinds of objects (events, threads, ...) and by the clocks that put waiting threads to sleep.
+// kinds of objects (events, threads, ...).
 //
-// One process-wide kernel lock guards the state of every kernel object, the handle table and the
-// manual clock. Holding one lock for all of them is what lets a wait for several objects check and
-// take them all at once, and lets a signaller complete the waits it satisfies before anyone else
-// can look at the object.
+// Every kernel object guards its own state with its own lock; nothing is shared between unrelated
+// objects. A wait for several objects takes their locks in one global order (by address), which is
+// what lets it check and take them all at once without deadlock. docs/wait-engine.md explains the
+// protocol between waiting threads and the threads that signal objects.
 #pragma once
 
-#include <condition_variable>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "platform/Clock.h"
@@ -20,120 +22,194 @@
 
 namespace n7platform::internal {
 
-// The kernel lock: a std::mutex (clocks sleep on it with std::condition_variable) that remembers
-// whether the calling thread holds it, so that a clock called both from waits (lock held) and from
-// the time functions (lock not held) can tell which case it is in.
-class CAPABILITY("mutex") KernelMutex {
+// The lock of one kernel object. It is held for a few instructions at a time and never across a
+// sleep, so a thread that finds it taken spins, yielding the processor after a while, instead of
+// parking; unlocking is a plain store.
+class CAPABILITY("mutex") ObjectLock {
  public:
-  std::mutex& native() { return mutex_; }
-  bool HeldByThisThread() const { return held_; }
-  // Tells the analysis that the caller holds the lock (a clock's Sleep gets it as a unique_lock).
+  void lock() ACQUIRE() {
+    while (flag_.exchange(true, std::memory_order_acquire)) WaitUntilFree();
+  }
+  bool try_lock() TRY_ACQUIRE(true) {
+    return !flag_.load(std::memory_order_relaxed) &&
+           !flag_.exchange(true, std::memory_order_acquire);
+  }
+  void unlock() RELEASE() { flag_.store(false, std::memory_order_release); }
+  // Tells the analysis that the caller holds the lock (taken as part of a set, see LockAll).
   void AssertHeld() const ASSERT_CAPABILITY(this) {}
 
  private:
-  friend class KernelGuard;
-  std::mutex mutex_;
-  static thread_local bool held_;
+  void WaitUntilFree() const;
+
+  std::atomic<bool> flag_{false};
 };
 
-KernelMutex& KernelLock();
-
-// Holds the kernel lock for a scope. lock() is what a clock's Sleep and condition variables need.
-//
-// Threads woken while the lock is held are notified only after it is released (see
-// WakeAfterUnlock), so that a woken thread does not run straight into the lock its waker still
-// holds.
-class SCOPED_CAPABILITY KernelGuard {
+// Holds an ObjectLock for a scope.
+class SCOPED_CAPABILITY ObjectGuard {
  public:
-  KernelGuard() ACQUIRE(KernelLock());
-  ~KernelGuard() RELEASE();
-  KernelGuard(const KernelGuard&) = delete;
-  KernelGuard& operator=(const KernelGuard&) = delete;
+  explicit ObjectGuard(ObjectLock& lock) ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+  ~ObjectGuard() RELEASE() { lock_.unlock(); }
+  ObjectGuard(const ObjectGuard&) = delete;
+  ObjectGuard& operator=(const ObjectGuard&) = delete;
+
+ private:
+  ObjectLock& lock_;
+};
+
+// The lock of one of the layer's services (thread bookkeeping, the message queues' directory),
+// usable with std::condition_variable. Never taken for a kernel object's own state.
+class CAPABILITY("mutex") ServiceMutex {
+ public:
+  std::mutex& native() { return mutex_; }
+  // Tells the analysis that the caller holds the lock (inside a condition variable's predicate).
+  void AssertHeld() const ASSERT_CAPABILITY(this) {}
+
+ private:
+  std::mutex mutex_;
+};
+
+// Holds a ServiceMutex for a scope; lock() is what condition variables need.
+class SCOPED_CAPABILITY ServiceGuard {
+ public:
+  explicit ServiceGuard(ServiceMutex& mutex) ACQUIRE(mutex) : lock_(mutex.native()) {}
+  ~ServiceGuard() RELEASE() = default;
+  ServiceGuard(const ServiceGuard&) = delete;
+  ServiceGuard& operator=(const ServiceGuard&) = delete;
 
   std::unique_lock<std::mutex>& lock() { return lock_; }
 
  private:
-  friend void WakeAfterUnlock(std::shared_ptr<Sleeper> sleeper);
-
   std::unique_lock<std::mutex> lock_;
-  std::vector<std::shared_ptr<Sleeper>> wake_after_unlock_;
 };
 
-// Notifies `sleeper` once the calling thread releases the kernel lock. The sleeper is kept alive
-// until then, since the thread it wakes may return from its wait before the notification.
-void WakeAfterUnlock(std::shared_ptr<Sleeper> sleeper) REQUIRES(KernelLock());
+// The mutexes a thread owns, so that its end can abandon them (defined with the mutexes).
+class OwnedMutexes;
+
+// The thread on whose behalf an object is taken: the waiting thread, whoever completes its wait.
+struct WaitingThread {
+  DWORD id = 0;
+  OwnedMutexes* owned = nullptr;
+};
+
+// The calling thread as a WaitingThread. It also makes the thread abandon the mutexes it still
+// owns when it ends, so every wait and every creation that takes ownership calls it.
+WaitingThread ThisWaitingThread();
+
+// Abandons every mutex the calling thread owns: each becomes free, and the next wait that takes it
+// reports WAIT_ABANDONED.
+void AbandonMutexesOfThisThread();
 
 // One call of WaitForSingleObject / WaitForMultipleObjects in progress (defined by the wait
 // engine).
 struct Waiter;
 
+// What an object is, so that a handle can be checked for the kind a function expects without a
+// dynamic_cast.
+enum class ObjectKind { kEvent, kMutex, kSemaphore, kThread, kChangeNotification, kMessageQueue };
+
 // Base of every kind of kernel object. A kind says when a wait by a given thread is satisfied and
-// what taking the object does; the base keeps the threads waiting on it.
-class KernelObject {
+// what taking the object does; the base keeps the threads waiting on it. Everything of an object
+// that a wait looks at is guarded by its lock_. Objects start on their own cache line, so that
+// threads working on different objects do not write to a line they share.
+class alignas(64) KernelObject {
  public:
-  KernelObject() = default;
+  explicit KernelObject(ObjectKind kind) : kind_(kind) {}
   virtual ~KernelObject() = default;
   KernelObject(const KernelObject&) = delete;
   KernelObject& operator=(const KernelObject&) = delete;
 
+  ObjectKind kind() const { return kind_; }
+  ObjectLock& lock() const RETURN_CAPABILITY(lock_) { return lock_; }
+
   // Whether a wait by `thread` would be satisfied now.
-  virtual bool IsSignalledFor(DWORD thread) const REQUIRES(KernelLock()) = 0;
+  virtual bool IsSignalledFor(DWORD thread) const REQUIRES(lock_) = 0;
   // The side effect of a successful wait by `thread` (an auto-reset event resets, ...). Returns
   // true when the object was abandoned, so that the wait reports WAIT_ABANDONED.
-  virtual bool Acquire(DWORD thread) REQUIRES(KernelLock()) = 0;
+  virtual bool Acquire(const WaitingThread& thread) REQUIRES(lock_) = 0;
 
-  void AddWaiter(Waiter* waiter) REQUIRES(KernelLock());
-  void RemoveWaiter(Waiter* waiter) REQUIRES(KernelLock());
+  void AddWaiter(Waiter* waiter) REQUIRES(lock_);
+  void RemoveWaiter(Waiter* waiter) REQUIRES(lock_);
 
  protected:
-  // To be called whenever the object may have become signalled: completes, oldest first, every
-  // wait on it that can be satisfied now, and wakes those threads. A wait completed here has
-  // already taken its objects, so it succeeds even if the object is non-signalled again by the
-  // time the thread runs.
-  void SatisfyWaiters() REQUIRES(KernelLock());
+  // To be called, with the lock held, whenever the object may have become signalled: completes,
+  // oldest first, the waits on it that can be satisfied now, and wakes those threads. A wait
+  // completed here has already taken its objects, so it succeeds even if the object is
+  // non-signalled again by the time the thread runs.
+  void SatisfyWaiters() REQUIRES(lock_);
+
+  mutable ObjectLock lock_;
 
  private:
-  std::vector<Waiter*> waiters_ GUARDED_BY(KernelLock());
+  const ObjectKind kind_;
+  std::vector<Waiter*> waiters_ GUARDED_BY(lock_);
 };
+
+// Unparks the threads that this thread woke while it held an object's lock (SatisfyWaiters). Every
+// function that may signal an object calls it once it holds no object lock any more.
+void UnparkPending();
 
 // Sets ERROR_NOT_SUPPORTED and returns true when `name` is not null: objects are unnamed.
 bool RefuseName(LPCWSTR name);
 
-// Makes the calling thread abandon the mutexes it still owns when it ends. Called by every wait
-// and by a creation that takes ownership, on the thread that will own the mutex.
-void WatchThreadExit();
+// An object found through its handle, kept alive (and its handle slot reserved) while this lives,
+// even when another thread closes the handle meanwhile.
+class ObjectRef {
+ public:
+  ObjectRef() = default;
+  ObjectRef(void* slot, KernelObject* object) : slot_(slot), object_(object) {}
+  ObjectRef(ObjectRef&& other) noexcept
+      : slot_(std::exchange(other.slot_, nullptr)),
+        object_(std::exchange(other.object_, nullptr)) {}
+  ObjectRef& operator=(ObjectRef&& other) noexcept;
+  ~ObjectRef() { Reset(); }
 
-// Abandons every mutex that `thread` owns: each becomes free, and the next wait that takes it
-// reports WAIT_ABANDONED.
-void AbandonMutexesOf(DWORD thread) REQUIRES(KernelLock());
+  KernelObject* get() const { return object_; }
+  KernelObject* operator->() const { return object_; }
+  explicit operator bool() const { return object_ != nullptr; }
+  void Reset();
+
+ private:
+  void* slot_ = nullptr;
+  KernelObject* object_ = nullptr;
+};
 
 // Enters `object` in the handle table. Null with ERROR_NOT_ENOUGH_MEMORY when the table is full.
-HANDLE InsertHandle(std::shared_ptr<KernelObject> object) REQUIRES(KernelLock());
+HANDLE InsertHandle(std::shared_ptr<KernelObject> object);
 
-// The object behind `handle`; null with ERROR_INVALID_HANDLE for a closed, foreign or null handle.
-std::shared_ptr<KernelObject> FindObject(HANDLE handle) REQUIRES(KernelLock());
+// The object behind `handle`; empty with ERROR_INVALID_HANDLE for a closed, foreign or null handle.
+ObjectRef FindObject(HANDLE handle);
+
+// FindObject for a call that looks up no other handle before it is done with the object, through
+// a small per-thread cache: the object stays valid until the calling thread's next lookup.
+ObjectRef FindObjectForCall(HANDLE handle);
+
+// The object behind `handle` as a shared pointer, for holders that outlive the call.
+std::shared_ptr<KernelObject> ShareObject(HANDLE handle);
 
 // The object behind `handle` if it is a T; null with ERROR_INVALID_HANDLE otherwise. Valid while
-// the kernel lock is held.
+// `ref` lives (and, found through FindObjectForCall, until the thread's next lookup).
 template <typename T>
-T* FindObjectOf(HANDLE handle) REQUIRES(KernelLock()) {
-  auto* object = dynamic_cast<T*>(FindObject(handle).get());
-  if (object == nullptr) SetLastError(ERROR_INVALID_HANDLE);
-  return object;
+T* FindObjectOf(HANDLE handle, ObjectRef& ref, ObjectRef (*find)(HANDLE) = FindObject) {
+  ref = find(handle);
+  if (!ref) return nullptr;
+  if (ref->kind() != T::kKind) {
+    ref.Reset();
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  return static_cast<T*>(ref.get());
 }
 
-// Removes `handle` from the table and returns its object (destroy it after releasing the lock);
-// null with ERROR_INVALID_HANDLE when the handle is not valid.
-std::shared_ptr<KernelObject> RemoveHandle(HANDLE handle) REQUIRES(KernelLock());
+// Closes `handle`; false with ERROR_INVALID_HANDLE when it is not valid. The object is destroyed
+// once no call holds it any more, by whichever thread lets go of it last.
+bool RemoveHandle(HANDLE handle);
 
 // How many handles are open in the process: a test's check that nothing leaks.
-std::size_t LiveHandleCount() REQUIRES(KernelLock());
+std::size_t LiveHandleCount();
 
-// Waits, as WaitForMultipleObjects does, for kernel objects that need no handle (a thread's
-// message queue, ...). Returns with the kernel lock still held, so the caller can take from an
-// object what the wait found there before anyone else can.
-DWORD WaitForObjects(std::span<const std::shared_ptr<KernelObject>> objects, bool wait_all,
-                     DWORD milliseconds, KernelGuard& guard) REQUIRES(KernelLock());
+// Waits, as WaitForMultipleObjects does, for kernel objects that the caller keeps alive and that
+// may have no handle (a thread's message queue, ...).
+DWORD WaitForObjects(std::span<KernelObject* const> objects, bool wait_all, DWORD milliseconds);
 
 // Uninstalls `clock` if it is the installed clock (a clock being destroyed calls this).
 void ForgetClock(Clock* clock);

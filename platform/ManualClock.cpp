@@ -7,27 +7,13 @@
 #include "platform/KernelObjects_internal.h"
 
 namespace n7platform {
-namespace {
-
-using internal::KernelGuard;
-using internal::KernelLock;
-
-// Runs `read` under the kernel lock: the state of a manual clock is guarded by it, and the clock
-// is read both by waits, which hold it already, and by the time functions, which do not.
-template <typename Read>
-auto UnderKernelLock(Read read) {
-  if (KernelLock().HeldByThisThread()) return read();
-  KernelGuard guard;
-  return read();
-}
-
-}  // namespace
 
 ManualClock::ManualClock(std::int64_t system_time) : system_time_(system_time) {}
 
 ManualClock::~ManualClock() {
   internal::ForgetClock(this);
-  assert(UnderKernelLock([this] { return sleepers_.empty(); }));
+  const std::lock_guard lock(mutex_);
+  assert(sleepers_.empty());
 }
 
 std::int64_t ManualClock::SystemTimeOf(int year, int month, int day, int hour, int minute,
@@ -39,46 +25,55 @@ std::int64_t ManualClock::SystemTimeOf(int year, int month, int day, int hour, i
 }
 
 std::int64_t ManualClock::SystemTime() {
-  return UnderKernelLock([this] { return system_time_; });
+  const std::lock_guard lock(mutex_);
+  return system_time_;
 }
 
 std::int64_t ManualClock::LocalOffsetSeconds(std::int64_t /*utc_seconds*/) {
-  return UnderKernelLock([this] { return local_offset_; });
+  const std::lock_guard lock(mutex_);
+  return local_offset_;
 }
 
 std::uint64_t ManualClock::TickCount() {
-  return UnderKernelLock([this] { return tick_; });
+  const std::lock_guard lock(mutex_);
+  return tick_;
 }
 
 // Only Advance moves the time, and it wakes every sleeper, so the deadline needs no timer here.
-void ManualClock::Sleep(Sleeper& sleeper, std::unique_lock<std::mutex>& kernel_lock,
-                        std::uint64_t /*deadline*/) {
-  sleepers_.push_back(&sleeper);
-  sleepers_changed_.notify_all();
-  if (!sleeper.woken) sleeper.cv.wait(kernel_lock);
+// The deadline is checked under the clock's lock, so an Advance between the caller's own check
+// and this registration is not missed.
+void ManualClock::Sleep(Sleeper& sleeper, std::uint64_t deadline) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (tick_ >= deadline || sleeper.Woken()) return;
+    sleepers_.push_back(&sleeper);
+    sleepers_changed_.notify_all();
+  }
+  ParkSleeper(sleeper, kNoDeadline);
+  const std::lock_guard lock(mutex_);
   sleepers_.erase(std::find(sleepers_.begin(), sleepers_.end(), &sleeper));
 }
 
 void ManualClock::Advance(std::uint64_t milliseconds) {
-  KernelGuard guard;
+  const std::lock_guard lock(mutex_);
   tick_ += milliseconds;
   system_time_ += static_cast<std::int64_t>(milliseconds) * internal::kTicksPerMillisecond;
+  // A sleeper stays registered until it has taken the lock again, so it is alive here.
   for (Sleeper* sleeper : sleepers_) {
-    sleeper->woken = true;
-    sleeper->cv.notify_all();
+    if (MarkSleeperWoken(*sleeper)) UnparkSleeper(*sleeper);
   }
 }
 
 void ManualClock::SetLocalOffset(std::int64_t seconds) {
-  KernelGuard guard;
+  const std::lock_guard lock(mutex_);
   local_offset_ = seconds;
 }
 
 void ManualClock::AwaitSleepers(std::size_t count) {
-  KernelGuard guard;
-  sleepers_changed_.wait(guard.lock(), [&] {
+  std::unique_lock lock(mutex_);
+  sleepers_changed_.wait(lock, [&] {
     const auto settled = std::count_if(sleepers_.begin(), sleepers_.end(),
-                                       [](const Sleeper* sleeper) { return !sleeper->woken; });
+                                       [](const Sleeper* sleeper) { return !sleeper->Woken(); });
     return static_cast<std::size_t>(settled) >= count;
   });
 }

@@ -4,7 +4,9 @@
 // threads have settled, then Advance() and AwaitSleepers(n) again before checking what ran.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 #include "platform/Clock.h"
@@ -27,8 +29,7 @@ class N7_EXPORT ManualClock final : public Clock {
   std::int64_t SystemTime() override;
   std::int64_t LocalOffsetSeconds(std::int64_t utc_seconds) override;
   std::uint64_t TickCount() override;
-  void Sleep(Sleeper& sleeper, std::unique_lock<std::mutex>& kernel_lock,
-             std::uint64_t deadline) override;
+  void Sleep(Sleeper& sleeper, std::uint64_t deadline) override;
 
   // Moves system time and tick count forward and wakes every sleeper so it re-checks.
   void Advance(std::uint64_t milliseconds);
@@ -39,7 +40,9 @@ class N7_EXPORT ManualClock final : public Clock {
   void AwaitSleepers(std::size_t count);
 
  private:
-  std::int64_t system_time_;  // guarded by the kernel lock, like everything below
+  // The clock's own lock: only code that runs on a manual clock pays for it.
+  std::mutex mutex_;
+  std::int64_t system_time_;  // guarded by mutex_, like everything below
   std::int64_t local_offset_ = 0;
   std::uint64_t tick_ = 0;
   std::vector<Sleeper*> sleepers_;

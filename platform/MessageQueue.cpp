@@ -33,19 +33,23 @@ struct Filter {
 // queue, where the wait engine's signal check finds it.
 class MessageQueue final : public KernelObject {
  public:
-  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) {
+  static constexpr ObjectKind kKind = ObjectKind::kMessageQueue;
+
+  MessageQueue() : KernelObject(kKind) {}
+
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(lock_) {
     return quit_pending_ || FindMatch() != messages_.end();
   }
-  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) { return false; }
+  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) { return false; }
 
-  bool Post(const MSG& msg) REQUIRES(KernelLock()) {
+  bool Post(const MSG& msg) REQUIRES(lock_) {
     if (messages_.size() >= kMaxPostedMessages) return false;
     messages_.push_back(msg);
     SatisfyWaiters();
     return true;
   }
 
-  void PostQuit(int exit_code, DWORD time) REQUIRES(KernelLock()) {
+  void PostQuit(int exit_code, DWORD time) REQUIRES(lock_) {
     quit_pending_ = true;
     quit_.message = WM_QUIT;
     quit_.wParam = static_cast<WPARAM>(exit_code);
@@ -53,10 +57,10 @@ class MessageQueue final : public KernelObject {
     SatisfyWaiters();
   }
 
-  void SetFilter(Filter filter) REQUIRES(KernelLock()) { filter_ = filter; }
+  void SetFilter(Filter filter) REQUIRES(lock_) { filter_ = filter; }
 
   // The first message that matches the filter, else a pending quit; false when there is neither.
-  bool Take(MSG& msg, bool remove) REQUIRES(KernelLock()) {
+  bool Take(MSG& msg, bool remove) REQUIRES(lock_) {
     const auto match = FindMatch();
     if (match != messages_.end()) {
       msg = *match;
@@ -70,21 +74,27 @@ class MessageQueue final : public KernelObject {
   }
 
  private:
-  std::deque<MSG>::const_iterator FindMatch() const REQUIRES(KernelLock()) {
-    return std::find_if(messages_.begin(), messages_.end(),
-                        [this](const MSG& msg)
-                            REQUIRES(KernelLock()) { return filter_.Matches(msg.message); });
+  std::deque<MSG>::const_iterator FindMatch() const REQUIRES(lock_) {
+    return std::find_if(messages_.begin(), messages_.end(), [this](const MSG& msg) REQUIRES(lock_) {
+      return filter_.Matches(msg.message);
+    });
   }
 
-  std::deque<MSG> messages_ GUARDED_BY(KernelLock());
-  bool quit_pending_ GUARDED_BY(KernelLock()) = false;
-  MSG quit_ GUARDED_BY(KernelLock()) = {};
-  Filter filter_ GUARDED_BY(KernelLock());
+  std::deque<MSG> messages_ GUARDED_BY(lock_);
+  bool quit_pending_ GUARDED_BY(lock_) = false;
+  MSG quit_ GUARDED_BY(lock_) = {};
+  Filter filter_ GUARDED_BY(lock_);
 };
 
 using QueueMap = std::unordered_map<DWORD, std::shared_ptr<MessageQueue>>;
 
-QueueMap& Queues() REQUIRES(KernelLock()) {
+// Guards the directory of queues by thread id (not the queues themselves).
+ServiceMutex& QueuesLock() {
+  static NoDestructor<ServiceMutex> lock;
+  return *lock;
+}
+
+QueueMap& Queues() REQUIRES(QueuesLock()) {
   static NoDestructor<QueueMap> queues;
   return *queues;
 }
@@ -94,23 +104,28 @@ QueueMap& Queues() REQUIRES(KernelLock()) {
 class QueueOfThisThread {
  public:
   ~QueueOfThisThread() {
-    std::shared_ptr<MessageQueue> released;  // destroyed after the lock is released
-    KernelGuard guard;
-    released = std::move(queue_);
+    const std::shared_ptr<MessageQueue> released = std::move(queue_);
     Forget(released);
   }
 
-  const std::shared_ptr<MessageQueue>& Get() REQUIRES(KernelLock()) {
+  const std::shared_ptr<MessageQueue>& Get() {
     if (queue_ == nullptr) {
       queue_ = std::make_shared<MessageQueue>();
+      ServiceGuard guard(QueuesLock());
       Queues()[GetCurrentThreadId()] = queue_;
     }
     return queue_;
   }
 
-  void Forget(const std::shared_ptr<MessageQueue>& queue) REQUIRES(KernelLock()) {
+  // The map's reference is destroyed after the lock is released.
+  void Forget(const std::shared_ptr<MessageQueue>& queue) {
+    std::shared_ptr<MessageQueue> removed;
+    ServiceGuard guard(QueuesLock());
     const auto entry = Queues().find(GetCurrentThreadId());
-    if (entry != Queues().end() && entry->second == queue) Queues().erase(entry);
+    if (entry != Queues().end() && entry->second == queue) {
+      removed = std::move(entry->second);
+      Queues().erase(entry);
+    }
   }
 
   const std::shared_ptr<MessageQueue>& queue() const { return queue_; }
@@ -121,7 +136,7 @@ class QueueOfThisThread {
 
 thread_local QueueOfThisThread t_queue;
 
-MessageQueue& ThisThreadsQueue() REQUIRES(KernelLock()) { return *t_queue.Get(); }
+MessageQueue& ThisThreadsQueue() { return *t_queue.Get(); }
 
 // Windows belong to no thread here: only thread messages exist.
 bool CheckMessageArguments(LPMSG msg, HWND hwnd) {
@@ -136,13 +151,20 @@ bool CheckMessageArguments(LPMSG msg, HWND hwnd) {
   return true;
 }
 
-// Waits for a message that matches `filter` and takes it, all under one hold of the kernel lock.
-void WaitForMessage(MSG& msg, Filter filter, KernelGuard& guard) REQUIRES(KernelLock()) {
-  const std::shared_ptr<MessageQueue> queue = t_queue.Get();
-  queue->SetFilter(filter);
-  const std::shared_ptr<KernelObject> waited[] = {queue};
-  WaitForObjects(waited, false, INFINITE, guard);
-  queue->Take(msg, true);
+// Waits for a message that matches `filter` and takes it. Only this thread takes from its queue,
+// so the message the wait found is still there when it looks again.
+void WaitForMessage(MSG& msg, Filter filter) {
+  MessageQueue& queue = ThisThreadsQueue();
+  {
+    ObjectGuard guard(queue.lock());
+    queue.SetFilter(filter);
+  }
+  KernelObject* const waited[] = {&queue};
+  for (;;) {
+    WaitForObjects(waited, false, INFINITE);
+    ObjectGuard guard(queue.lock());
+    if (queue.Take(msg, true)) return;
+  }
 }
 
 }  // namespace
@@ -153,18 +175,29 @@ void DestroyMessageQueue() { t_queue.Forget(t_queue.queue()); }
 
 }  // namespace n7platform::internal
 
-using n7platform::internal::KernelGuard;
+using n7platform::internal::ObjectGuard;
+using n7platform::internal::ServiceGuard;
 
 BOOL PostThreadMessageW(DWORD thread_id, UINT message, WPARAM wparam, LPARAM lparam) {
   const MSG msg{nullptr, message, wparam, lparam, GetTickCount(), {0, 0}};
-  KernelGuard guard;
-  const auto& queues = n7platform::internal::Queues();
-  const auto entry = queues.find(thread_id);
-  if (entry == queues.end()) {
+  std::shared_ptr<n7platform::internal::MessageQueue> queue;
+  {
+    ServiceGuard guard(n7platform::internal::QueuesLock());
+    const auto& queues = n7platform::internal::Queues();
+    const auto entry = queues.find(thread_id);
+    if (entry != queues.end()) queue = entry->second;
+  }
+  if (queue == nullptr) {
     SetLastError(ERROR_INVALID_THREAD_ID);
     return FALSE;
   }
-  if (!entry->second->Post(msg)) {
+  bool posted = false;
+  {
+    ObjectGuard guard(queue->lock());
+    posted = queue->Post(msg);
+  }
+  n7platform::internal::UnparkPending();
+  if (!posted) {
     SetLastError(ERROR_NOT_ENOUGH_QUOTA);
     return FALSE;
   }
@@ -173,21 +206,24 @@ BOOL PostThreadMessageW(DWORD thread_id, UINT message, WPARAM wparam, LPARAM lpa
 
 BOOL GetMessageW(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max) {
   if (!n7platform::internal::CheckMessageArguments(msg, hwnd)) return -1;
-  KernelGuard guard;
-  n7platform::internal::WaitForMessage(*msg, {filter_min, filter_max}, guard);
+  n7platform::internal::WaitForMessage(*msg, {filter_min, filter_max});
   return msg->message != WM_QUIT ? TRUE : FALSE;
 }
 
 BOOL PeekMessageW(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max, UINT remove) {
   if (!n7platform::internal::CheckMessageArguments(msg, hwnd)) return FALSE;
-  KernelGuard guard;
   auto& messages = n7platform::internal::ThisThreadsQueue();
+  ObjectGuard guard(messages.lock());
   messages.SetFilter({filter_min, filter_max});
   return messages.Take(*msg, (remove & PM_REMOVE) != 0) ? TRUE : FALSE;
 }
 
 void PostQuitMessage(int exit_code) {
   const DWORD now = GetTickCount();
-  KernelGuard guard;
-  n7platform::internal::ThisThreadsQueue().PostQuit(exit_code, now);
+  auto& messages = n7platform::internal::ThisThreadsQueue();
+  {
+    ObjectGuard guard(messages.lock());
+    messages.PostQuit(exit_code, now);
+  }
+  n7platform::internal::UnparkPending();
 }

@@ -3,13 +3,11 @@
 
 #include <algorithm>
 #include <memory>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "platform/KernelObjects.h"
 #include "platform/KernelObjects_internal.h"
-#include "platform/NoDestructor.h"
 #include "platform/Thread.h"
 
 namespace n7platform::internal {
@@ -17,42 +15,71 @@ namespace {
 
 class Mutex;
 
-// The mutexes each thread owns, so that a thread's end can abandon them. An owned mutex is kept
-// alive here even when its last handle is closed, as its owner may still release it.
-using OwnedMutexes = std::unordered_map<DWORD, std::vector<std::shared_ptr<Mutex>>>;
+}  // namespace
 
-OwnedMutexes& Owned() REQUIRES(KernelLock()) {
-  static NoDestructor<OwnedMutexes> owned;
-  return *owned;
-}
+// The mutexes one thread owns, oldest first. An owned mutex is kept alive here even when its last
+// handle is closed, so that the owner's end can still abandon it. Only the owner changes the list,
+// or the one thread that completes the owner's wait while the owner is blocked in it; the object
+// locks taken on both sides order those changes.
+class OwnedMutexes {
+ public:
+  OwnedMutexes() = default;
+  OwnedMutexes(const OwnedMutexes&) = delete;
+  OwnedMutexes& operator=(const OwnedMutexes&) = delete;
+  ~OwnedMutexes();
+
+  void Add(std::shared_ptr<Mutex> mutex) { mutexes_.push_back(std::move(mutex)); }
+  // Takes `mutex` off the list; the caller lets the returned reference go once it holds no lock.
+  std::shared_ptr<Mutex> Remove(const Mutex* mutex) {
+    const auto found = std::find_if(mutexes_.begin(), mutexes_.end(),
+                                    [&](const auto& owned) { return owned.get() == mutex; });
+    std::shared_ptr<Mutex> removed = std::move(*found);
+    mutexes_.erase(found);
+    return removed;
+  }
+  std::vector<std::shared_ptr<Mutex>> TakeAll() { return std::exchange(mutexes_, {}); }
+
+ private:
+  std::vector<std::shared_ptr<Mutex>> mutexes_;
+};
+
+namespace {
 
 class Mutex final : public KernelObject, public std::enable_shared_from_this<Mutex> {
  public:
-  bool IsSignalledFor(DWORD thread) const override REQUIRES(KernelLock()) {
+  static constexpr ObjectKind kKind = ObjectKind::kMutex;
+
+  Mutex() : KernelObject(kKind) {}
+
+  bool IsSignalledFor(DWORD thread) const override REQUIRES(lock_) {
     return owner_ == 0 || owner_ == thread;
   }
 
   // Runs on the thread that completes the wait, which need not be `thread`.
-  bool Acquire(DWORD thread) override REQUIRES(KernelLock()) {
+  bool Acquire(const WaitingThread& thread) override REQUIRES(lock_) {
     if (owner_ == 0) {
-      owner_ = thread;
-      Owned()[thread].push_back(shared_from_this());
+      owner_ = thread.id;
+      thread.owned->Add(shared_from_this());
     }
     ++count_;
     return std::exchange(abandoned_, false);
   }
 
-  bool Release(DWORD thread) REQUIRES(KernelLock()) {
-    if (owner_ == 0 || owner_ != thread) return false;
+  // False when `thread` does not own the mutex. A mutex that becomes free leaves the owner's list
+  // through `released`, which the caller destroys once the lock is released.
+  bool Release(const WaitingThread& thread, std::shared_ptr<Mutex>& released) REQUIRES(lock_) {
+    if (owner_ == 0 || owner_ != thread.id) return false;
     if (--count_ == 0) {
-      Disown();
+      released = thread.owned->Remove(this);
+      owner_ = 0;
       SatisfyWaiters();
     }
     return true;
   }
 
-  // Frees the mutex of an owner that ended; the caller takes it off the owner's list.
-  void Abandon() REQUIRES(KernelLock()) {
+  // Frees the mutex if `thread` (which is ending) still owns it; the caller took it off the list.
+  void Abandon(DWORD thread) REQUIRES(lock_) {
+    if (owner_ != thread) return;
     owner_ = 0;
     count_ = 0;
     abandoned_ = true;
@@ -60,69 +87,71 @@ class Mutex final : public KernelObject, public std::enable_shared_from_this<Mut
   }
 
  private:
-  void Disown() REQUIRES(KernelLock()) {
-    const auto entry = Owned().find(owner_);
-    auto& mutexes = entry->second;
-    mutexes.erase(std::find(mutexes.begin(), mutexes.end(), shared_from_this()));
-    if (mutexes.empty()) Owned().erase(entry);
-    owner_ = 0;
-  }
-
-  DWORD owner_ GUARDED_BY(KernelLock()) = 0;  // thread id; 0 when free
-  DWORD count_ GUARDED_BY(KernelLock()) = 0;
-  bool abandoned_ GUARDED_BY(KernelLock()) = false;
+  DWORD owner_ GUARDED_BY(lock_) = 0;  // thread id; 0 when free
+  DWORD count_ GUARDED_BY(lock_) = 0;
+  bool abandoned_ GUARDED_BY(lock_) = false;
 };
 
-// Abandons the calling thread's mutexes when the thread ends, whoever started it. Threads of
-// the platform layer abandon theirs earlier, before their handle is signalled; this catches the
-// others.
-class ThreadExitWatch {
- public:
-  ThreadExitWatch() = default;
-  ~ThreadExitWatch() {
-    KernelGuard guard;
-    AbandonMutexesOf(GetCurrentThreadId());
+void Abandon(const std::vector<std::shared_ptr<Mutex>>& mutexes, DWORD thread) {
+  for (const auto& mutex : mutexes) {
+    ObjectGuard guard(mutex->lock());
+    mutex->Abandon(thread);
   }
-  ThreadExitWatch(const ThreadExitWatch&) = delete;
-  ThreadExitWatch& operator=(const ThreadExitWatch&) = delete;
-};
+  UnparkPending();
+}
+
+// The calling thread's owned mutexes. Its destruction, as the thread ends, abandons those still
+// owned, whoever started the thread. Threads of the platform layer abandon theirs earlier, before
+// their handle is signalled; this catches the others.
+OwnedMutexes& ThisThreadsMutexes() {
+  thread_local OwnedMutexes owned;
+  return owned;
+}
 
 }  // namespace
 
-void WatchThreadExit() {
-  thread_local ThreadExitWatch watch;
-  static_cast<void>(watch);
-}
+OwnedMutexes::~OwnedMutexes() { Abandon(TakeAll(), GetCurrentThreadId()); }
 
-void AbandonMutexesOf(DWORD thread) {
-  const auto entry = Owned().find(thread);
-  if (entry == Owned().end()) return;
-  const std::vector<std::shared_ptr<Mutex>> mutexes = std::move(entry->second);
-  Owned().erase(entry);
-  for (const auto& mutex : mutexes) mutex->Abandon();
-}
+WaitingThread ThisWaitingThread() { return {GetCurrentThreadId(), &ThisThreadsMutexes()}; }
+
+void AbandonMutexesOfThisThread() { Abandon(ThisThreadsMutexes().TakeAll(), GetCurrentThreadId()); }
 
 }  // namespace n7platform::internal
 
-using n7platform::internal::KernelGuard;
 using n7platform::internal::Mutex;
+using n7platform::internal::ObjectGuard;
+using n7platform::internal::ObjectRef;
 
 HANDLE CreateMutexW(LPSECURITY_ATTRIBUTES /*security*/, BOOL initial_owner, LPCWSTR name) {
   if (n7platform::internal::RefuseName(name)) return nullptr;
   auto mutex = std::make_shared<Mutex>();
-  if (initial_owner != FALSE) n7platform::internal::WatchThreadExit();
-  KernelGuard guard;
-  if (initial_owner != FALSE) mutex->Acquire(GetCurrentThreadId());
+  const auto thread = n7platform::internal::ThisWaitingThread();
+  if (initial_owner != FALSE) {
+    ObjectGuard guard(mutex->lock());
+    mutex->Acquire(thread);
+  }
   HANDLE handle = n7platform::internal::InsertHandle(mutex);
-  if (handle == nullptr && initial_owner != FALSE) mutex->Release(GetCurrentThreadId());
+  if (handle == nullptr && initial_owner != FALSE) {
+    std::shared_ptr<Mutex> released;
+    ObjectGuard guard(mutex->lock());
+    mutex->Release(thread, released);
+  }
   return handle;
 }
 
 BOOL ReleaseMutex(HANDLE handle) {
-  KernelGuard guard;
-  Mutex* mutex = n7platform::internal::FindObjectOf<Mutex>(handle);
+  ObjectRef ref;
+  Mutex* mutex = n7platform::internal::FindObjectOf<Mutex>(handle, ref,
+                                                           n7platform::internal::FindObjectForCall);
   if (mutex == nullptr) return FALSE;
-  if (!mutex->Release(GetCurrentThreadId())) {
+  std::shared_ptr<Mutex> released;  // destroyed after the lock is released
+  bool owned = false;
+  {
+    ObjectGuard guard(mutex->lock());
+    owned = mutex->Release(n7platform::internal::ThisWaitingThread(), released);
+  }
+  n7platform::internal::UnparkPending();
+  if (!owned) {
     SetLastError(ERROR_NOT_OWNER);
     return FALSE;
   }

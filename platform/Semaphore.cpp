@@ -10,17 +10,19 @@ namespace {
 
 class Semaphore final : public KernelObject {
  public:
-  Semaphore(LONG count, LONG maximum) : count_(count), maximum_(maximum) {}
+  static constexpr ObjectKind kKind = ObjectKind::kSemaphore;
 
-  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) { return count_ > 0; }
+  Semaphore(LONG count, LONG maximum) : KernelObject(kKind), count_(count), maximum_(maximum) {}
 
-  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) {
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(lock_) { return count_ > 0; }
+
+  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) {
     --count_;
     return false;
   }
 
   // Adds `units` (> 0) unless the count would pass the maximum; returns the count before.
-  bool Release(LONG units, LONG& previous) REQUIRES(KernelLock()) {
+  bool Release(LONG units, LONG& previous) REQUIRES(lock_) {
     if (units > maximum_ - count_) return false;
     previous = count_;
     count_ += units;
@@ -29,14 +31,15 @@ class Semaphore final : public KernelObject {
   }
 
  private:
-  LONG count_ GUARDED_BY(KernelLock());
+  LONG count_ GUARDED_BY(lock_);
   const LONG maximum_;
 };
 
 }  // namespace
 }  // namespace n7platform::internal
 
-using n7platform::internal::KernelGuard;
+using n7platform::internal::ObjectGuard;
+using n7platform::internal::ObjectRef;
 using n7platform::internal::Semaphore;
 
 HANDLE CreateSemaphoreW(LPSECURITY_ATTRIBUTES /*security*/, LONG initial_count, LONG maximum_count,
@@ -47,7 +50,6 @@ HANDLE CreateSemaphoreW(LPSECURITY_ATTRIBUTES /*security*/, LONG initial_count, 
     return nullptr;
   }
   auto semaphore = std::make_shared<Semaphore>(initial_count, maximum_count);
-  KernelGuard guard;
   return n7platform::internal::InsertHandle(std::move(semaphore));
 }
 
@@ -56,11 +58,18 @@ BOOL ReleaseSemaphore(HANDLE handle, LONG release_count, LONG* previous_count) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
   }
-  KernelGuard guard;
-  Semaphore* semaphore = n7platform::internal::FindObjectOf<Semaphore>(handle);
+  ObjectRef ref;
+  Semaphore* semaphore = n7platform::internal::FindObjectOf<Semaphore>(
+      handle, ref, n7platform::internal::FindObjectForCall);
   if (semaphore == nullptr) return FALSE;
   LONG previous = 0;
-  if (!semaphore->Release(release_count, previous)) {
+  bool released = false;
+  {
+    ObjectGuard guard(semaphore->lock());
+    released = semaphore->Release(release_count, previous);
+  }
+  n7platform::internal::UnparkPending();
+  if (!released) {
     SetLastError(ERROR_TOO_MANY_POSTS);
     return FALSE;
   }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <memory>
 
 #include "platform/KernelObjects.h"
@@ -14,35 +15,57 @@
 namespace n7platform::internal {
 namespace {
 
+// Guards what threads and their creators hand each other (below). Taken to create, start, end,
+// suspend and resume threads, never by a wait.
+ServiceMutex& ThreadsLock() {
+  static NoDestructor<ServiceMutex> lock;
+  return *lock;
+}
+
 // The kernel object of a thread, signalled when its procedure returns. It also carries what the
 // creator and the new thread hand each other: the thread may outlive its CWinThread and the
 // CWinThread may outlive the thread, so neither keeps this state.
 class ThreadObject final : public KernelObject {
  public:
-  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(KernelLock()) { return ended; }
-  bool Acquire(DWORD /*thread*/) override REQUIRES(KernelLock()) { return false; }
+  static constexpr ObjectKind kKind = ObjectKind::kThread;
 
-  void End(UINT code) REQUIRES(KernelLock()) {
-    exit_code = code;
-    ended = true;
-    SatisfyWaiters();
+  ThreadObject() : KernelObject(kKind) {}
+
+  bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(lock_) { return ended_; }
+  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) { return false; }
+
+  void End(UINT code) {
+    {
+      ObjectGuard guard(lock_);
+      exit_code_ = code;
+      ended_ = true;
+      SatisfyWaiters();
+    }
+    UnparkPending();
   }
 
-  CWinThread* owner GUARDED_BY(KernelLock()) = nullptr;  // null once the CWinThread is deleted
-  DWORD suspend_count GUARDED_BY(KernelLock()) = 0;
-  int priority GUARDED_BY(KernelLock()) = THREAD_PRIORITY_NORMAL;
-  DWORD id GUARDED_BY(KernelLock()) = 0;
-  bool started GUARDED_BY(KernelLock()) = false;
-  bool running GUARDED_BY(KernelLock()) = false;  // past its suspensions
-  bool ended GUARDED_BY(KernelLock()) = false;
-  UINT exit_code GUARDED_BY(KernelLock()) = STILL_ACTIVE;
+  UINT ExitCode() const {
+    ObjectGuard guard(lock_);
+    return exit_code_;
+  }
+
+  CWinThread* owner GUARDED_BY(ThreadsLock()) = nullptr;  // null once the CWinThread is deleted
+  DWORD suspend_count GUARDED_BY(ThreadsLock()) = 0;
+  int priority GUARDED_BY(ThreadsLock()) = THREAD_PRIORITY_NORMAL;
+  DWORD id GUARDED_BY(ThreadsLock()) = 0;
+  bool started GUARDED_BY(ThreadsLock()) = false;
+  bool running GUARDED_BY(ThreadsLock()) = false;  // past its suspensions
   // Signalled when `started` is set and when `suspend_count` drops to 0.
   std::condition_variable changed;
+
+ private:
+  bool ended_ GUARDED_BY(lock_) = false;
+  UINT exit_code_ GUARDED_BY(lock_) = STILL_ACTIVE;
 };
 
 // Threads begun and not finished, and how AwaitLiveThreadCount learns that the count dropped.
 struct LiveThreads {
-  std::size_t count GUARDED_BY(KernelLock()) = 0;
+  std::size_t count GUARDED_BY(ThreadsLock()) = 0;
   std::condition_variable dropped;
 };
 
@@ -70,13 +93,14 @@ void* ThreadMain(void* argument) {
   CWinThread* thread = nullptr;
   AFX_THREADPROC proc = nullptr;
   LPVOID param = nullptr;
+  // The queue exists before the creator learns the thread's id.
+  CreateMessageQueue();
   {
-    KernelGuard guard;
+    ServiceGuard guard(ThreadsLock());
     thread = self->owner;
     proc = thread->m_pfnThreadProc;
     param = thread->m_pThreadParams;
     self->id = GetCurrentThreadId();
-    CreateMessageQueue();
     self->started = true;
     self->changed.notify_all();
     while (self->suspend_count > 0) self->changed.wait(guard.lock());
@@ -90,17 +114,17 @@ void* ThreadMain(void* argument) {
   // whoever waited for it, so decide about it before.
   CWinThread* to_delete = nullptr;
   {
-    KernelGuard guard;
+    ServiceGuard guard(ThreadsLock());
     if (self->owner != nullptr && self->owner->m_bAutoDelete) to_delete = self->owner;
-    DestroyMessageQueue();
-    // Mutexes are abandoned before the thread counts as ended, so that whoever waited for the
-    // thread finds them abandoned already.
-    AbandonMutexesOf(self->id);
-    self->End(exit_code);
   }
+  DestroyMessageQueue();
+  // Mutexes are abandoned before the thread counts as ended, so that whoever waited for the
+  // thread finds them abandoned already.
+  AbandonMutexesOfThisThread();
+  self->End(exit_code);
   delete to_delete;
   t_current_thread = nullptr;
-  KernelGuard guard;
+  ServiceGuard guard(ThreadsLock());
   --Live().count;
   Live().dropped.notify_all();
   return nullptr;
@@ -142,20 +166,24 @@ bool IsPriorityLevel(int priority) {
 
 }  // namespace
 
-std::size_t LiveThreadCount() { return Live().count; }
+std::size_t LiveThreadCount() {
+  ServiceGuard guard(ThreadsLock());
+  return Live().count;
+}
 
 bool AwaitLiveThreadCount(std::size_t count, std::chrono::milliseconds limit) {
-  KernelGuard guard;
+  ServiceGuard guard(ThreadsLock());
   return Live().dropped.wait_for(guard.lock(), limit, [count] {
-    KernelLock().AssertHeld();
+    ThreadsLock().AssertHeld();
     return Live().count <= count;
   });
 }
 
 }  // namespace n7platform::internal
 
-using n7platform::internal::KernelGuard;
+using n7platform::internal::ServiceGuard;
 using n7platform::internal::ThreadObject;
+using n7platform::internal::ThreadsLock;
 
 struct CWinThread::State {
   std::shared_ptr<ThreadObject> object;
@@ -168,7 +196,7 @@ CWinThread::CWinThread(AFX_THREADPROC proc, LPVOID param)
 
 CWinThread::~CWinThread() {
   if (state_ != nullptr) {
-    KernelGuard guard;
+    ServiceGuard guard(ThreadsLock());
     state_->object->owner = nullptr;
   }
   if (m_hThread != nullptr) CloseHandle(m_hThread);
@@ -182,9 +210,9 @@ BOOL CWinThread::CreateThread(DWORD flags, UINT stack_size, LPSECURITY_ATTRIBUTE
     return FALSE;
   }
   auto object = std::make_shared<ThreadObject>();
-  KernelGuard guard;
   HANDLE handle = n7platform::internal::InsertHandle(object);
   if (handle == nullptr) return FALSE;
+  ServiceGuard guard(ThreadsLock());
   object->owner = this;
   // One suspension more than asked for holds the thread until this object is filled in: its
   // procedure may read it, and an auto-deleting thread may delete it as soon as it ends.
@@ -196,7 +224,7 @@ BOOL CWinThread::CreateThread(DWORD flags, UINT stack_size, LPSECURITY_ATTRIBUTE
   }
   ++n7platform::internal::Live().count;
   object->changed.wait(guard.lock(), [&] {
-    n7platform::internal::KernelLock().AssertHeld();
+    ThreadsLock().AssertHeld();
     return object->started;
   });
   m_hThread = handle;
@@ -211,7 +239,7 @@ DWORD CWinThread::ResumeThread() {
     SetLastError(ERROR_INVALID_HANDLE);
     return static_cast<DWORD>(-1);
   }
-  KernelGuard guard;
+  ServiceGuard guard(ThreadsLock());
   ThreadObject& object = *state_->object;
   const DWORD previous = object.suspend_count;
   if (previous > 0 && --object.suspend_count == 0) object.changed.notify_all();
@@ -223,7 +251,7 @@ DWORD CWinThread::SuspendThread() {
     SetLastError(ERROR_INVALID_HANDLE);
     return static_cast<DWORD>(-1);
   }
-  KernelGuard guard;
+  ServiceGuard guard(ThreadsLock());
   ThreadObject& object = *state_->object;
   if (object.running) {
     SetLastError(ERROR_NOT_SUPPORTED);
@@ -241,7 +269,7 @@ int CWinThread::GetThreadPriority() {
     SetLastError(ERROR_INVALID_HANDLE);
     return THREAD_PRIORITY_ERROR_RETURN;
   }
-  KernelGuard guard;
+  ServiceGuard guard(ThreadsLock());
   return state_->object->priority;
 }
 
@@ -254,7 +282,7 @@ BOOL CWinThread::SetThreadPriority(int priority) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
   }
-  KernelGuard guard;
+  ServiceGuard guard(ThreadsLock());
   state_->object->priority = priority;
   return TRUE;
 }
@@ -338,10 +366,11 @@ int CWinThread::ExitInstance() { return static_cast<int>(m_msgCur.wParam); }
 CWinThread* AfxGetThread() { return n7platform::internal::t_current_thread; }
 
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code) {
-  KernelGuard guard;
-  auto* object = n7platform::internal::FindObjectOf<ThreadObject>(thread);
+  n7platform::internal::ObjectRef ref;
+  auto* object = n7platform::internal::FindObjectOf<ThreadObject>(
+      thread, ref, n7platform::internal::FindObjectForCall);
   if (object == nullptr) return FALSE;
-  *exit_code = object->exit_code;
+  *exit_code = object->ExitCode();
   return TRUE;
 }
 
