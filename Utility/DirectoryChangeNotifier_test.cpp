@@ -66,6 +66,22 @@ TEST(FileSystemChangeNotifierTest, FileNameChangesSignalUntilRearmed) {
   EXPECT_FALSE(notifier->FindNextChangeNotification());
 }
 
+// A change made while the client looks at the directory, after its wait returned and before it
+// re-arms, satisfies the next wait at once; without one, the re-armed handle stays quiet.
+TEST(FileSystemChangeNotifierTest, AChangeBeforeTheRearmIsNotLost) {
+  for (int round = 0; round < 50; ++round) {
+    TempDir dir;
+    auto notifier = Watch(dir.path());
+    Touch(dir.path() / "a");
+    ASSERT_EQ(notifier->WaitForEvent(kArrival), WAIT_OBJECT_0);
+    Touch(dir.path() / "b");
+    ASSERT_TRUE(notifier->FindNextChangeNotification());
+    ASSERT_EQ(notifier->WaitForEvent(0), WAIT_OBJECT_0) << "round " << round;
+    ASSERT_TRUE(notifier->FindNextChangeNotification());
+    ASSERT_EQ(notifier->WaitForEvent(0), WAIT_TIMEOUT) << "round " << round;
+  }
+}
+
 TEST(FileSystemChangeNotifierTest, WritesAndChangesInSubdirectoriesDoNotSignal) {
   TempDir dir;
   TempDir marker_dir;

@@ -2,9 +2,13 @@
 //
 // The whole process shares one inotify instance (instances are a scarce per-user resource) and
 // one watcher thread of the platform layer, blocked in poll() on it. When events arrive the
-// watcher reads them and signals the change notifications they concern. Re-arming reads the
-// pending events itself before it resets the object, so a change made before the re-arm can
-// never signal it afterwards, whatever the watcher thread is doing.
+// watcher reads them and signals the change notifications they concern.
+//
+// No change is lost between a wake-up and the re-arm: a notification counts the batches of
+// changes delivered to it and remembers the count when a wait takes it. Re-arming first reads
+// the pending events itself (whatever the watcher thread is doing), then resets the object only
+// if no change came after the last wait took it; otherwise it stays signalled, and the next wait
+// is satisfied at once, as the client has not seen that change yet.
 //
 // Lock order: the watcher's section, then a notification's own lock. A change notification is
 // destroyed outside its lock (CloseHandle and the waits release their references after it), and
@@ -16,6 +20,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -81,17 +86,22 @@ class ChangeNotification final : public KernelObject {
   ~ChangeNotification() override;
 
   bool IsSignalledFor(DWORD /*thread*/) const override REQUIRES(lock_) { return signalled_; }
-  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) { return false; }
+  // A wait that takes the object has seen every change so far.
+  bool Acquire(const WaitingThread& /*thread*/) override REQUIRES(lock_) {
+    seen_ = changes_;
+    return false;
+  }
 
   void Signal() {
     ObjectGuard guard(lock_);
+    ++changes_;
     if (signalled_) return;
     signalled_ = true;
     SatisfyWaiters();
   }
   void Rearm() {
     ObjectGuard guard(lock_);
-    signalled_ = false;
+    if (changes_ == seen_) signalled_ = false;
   }
 
   const Interest& interest() const { return interest_; }
@@ -102,6 +112,8 @@ class ChangeNotification final : public KernelObject {
   const Interest interest_;
   int watch_ = -1;
   bool signalled_ GUARDED_BY(lock_) = false;
+  std::uint64_t changes_ GUARDED_BY(lock_) = 0;  // batches of changes delivered
+  std::uint64_t seen_ GUARDED_BY(lock_) = 0;     // changes_ when a wait last took the object
 };
 
 using Notifications = std::vector<std::shared_ptr<ChangeNotification>>;
@@ -195,6 +207,9 @@ void Watcher::Deliver(ChangeNotification* rearm) {
   Notifications changed;  // released last: a notification's destructor takes the section
   CriticalSectionLock lock(section_);
   changed = ReadChanges();
+  // One batch read is one change for each notification it concerns, however many events.
+  std::sort(changed.begin(), changed.end());
+  changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
   for (const auto& notification : changed) notification->Signal();
   if (rearm != nullptr) rearm->Rearm();
   UnparkPending();
