@@ -11,27 +11,14 @@
 #include "platform/KernelObjects.h"
 #include "platform/RegistryFile_internal.h"
 #include "platform/RegistryFixture_internal.h"
+#include "platform/ScopedKey_internal.h"
 
 namespace n7platform {
 namespace {
 
 using internal::Hive;
 
-// An open key closed at the end of the scope.
-class Key {
- public:
-  Key() = default;
-  ~Key() {
-    if (handle_ != nullptr) RegCloseKey(handle_);
-  }
-  Key(const Key&) = delete;
-  Key& operator=(const Key&) = delete;
-  HKEY* out() { return &handle_; }
-  operator HKEY() const { return handle_; }  // NOLINT(google-explicit-constructor)
-
- private:
-  HKEY handle_ = nullptr;
-};
+using Key = n7platform::internal::ScopedKey;
 
 LSTATUS Create(HKEY parent, const wchar_t* path, Key& key, DWORD* disposition = nullptr,
                REGSAM access = KEY_ALL_ACCESS, DWORD options = REG_OPTION_NON_VOLATILE) {

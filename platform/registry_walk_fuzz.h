@@ -22,6 +22,7 @@
 
 #include "platform/Registry.h"
 #include "platform/RegistryStore_internal.h"
+#include "platform/ScopedKey_internal.h"
 #include "platform/fuzz_check.h"
 
 namespace n7fuzz::registry {
@@ -31,21 +32,7 @@ constexpr int kMaxDepth = 600;
 
 inline std::wstring Widen(const std::string& text) { return {text.begin(), text.end()}; }
 
-// An open key handle, closed on destruction.
-class Key {
- public:
-  Key() = default;
-  ~Key() {
-    if (handle_ != nullptr) RegCloseKey(handle_);
-  }
-  Key(const Key&) = delete;
-  Key& operator=(const Key&) = delete;
-  HKEY* out() { return &handle_; }
-  operator HKEY() const { return handle_; }  // NOLINT(google-explicit-constructor)
-
- private:
-  HKEY handle_ = nullptr;
-};
+using Key = n7platform::internal::ScopedKey;
 
 struct Info {
   std::wstring class_name;
