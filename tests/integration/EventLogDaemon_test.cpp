@@ -5,8 +5,10 @@
 #include <signal.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -42,7 +44,7 @@ class EventLogDaemonTest : public ::testing::Test {
   }
   void TearDown() override { unsetenv("N7_SYSLOG_SOCKET"); }
 
-  // Reports one event as `source`; the strings are given as UTF-8.
+  // Reports one event of category 0 without raw data through `log`.
   static BOOL Report(HANDLE log, WORD type, DWORD id, const std::vector<std::wstring>& strings) {
     std::vector<LPCWSTR> pointers;
     for (const std::wstring& text : strings) pointers.push_back(text.c_str());

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "Daemons.h"
 #include "Utility/SystemProbes.h"
