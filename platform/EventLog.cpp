@@ -150,18 +150,32 @@ class FileSink final : public EventSink {
   const int fd_;
 };
 
-// The journal through its native protocol when it runs, else a syslog datagram on /dev/log.
+// The system log: the journal through its native protocol when it runs, else a syslog datagram on
+// the syslog socket. A socket named by N7_SYSLOG_SOCKET is always written to as a syslog socket.
 class SystemLogSink final : public EventSink {
  public:
+  // `socket_path` empty: the journal or /dev/log, whichever runs when an event is reported.
+  explicit SystemLogSink(std::string socket_path) : socket_path_(std::move(socket_path)) {}
+
   DWORD Write(const LogEvent& event) const override {
-    // The journal's client drops messages silently when the journal does not run; ask first.
-    const bool sent =
-        access(kJournalSocket, W_OK) == 0 ? WriteToJournal(event) : WriteToSyslogSocket(event);
+    bool sent = false;
+    if (!socket_path_.empty()) {
+      sent = WriteToSyslogSocket(socket_path_.c_str(), event);
+    } else if (access(kJournalSocket, W_OK) == 0) {
+      // The journal's client drops messages silently when the journal does not run; ask first.
+      sent = WriteToJournal(event);
+    } else {
+      sent = WriteToSyslogSocket(kSyslogSocket, event);
+    }
     return sent ? ERROR_SUCCESS : ERROR_EVENTLOG_CANT_START;
   }
 
  private:
   static constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
+  static constexpr char kSyslogSocket[] = "/dev/log";
+  // How long a report waits for a syslog daemon whose queue is full before it fails. A daemon that
+  // keeps up drains its queue in far less; one that hangs must not hang its clients.
+  static constexpr timeval kSendTimeout{2, 0};
 
   static bool WriteToJournal(const LogEvent& event) {
     std::vector<std::string> fields = {
@@ -179,26 +193,29 @@ class SystemLogSink final : public EventSink {
     return sd_journal_sendv(parts.data(), static_cast<int>(parts.size())) >= 0;
   }
 
-  // RFC 3164 as syslog(3) writes it, but with the source as the identifier of each message
-  // (openlog would change the identifier of the whole process).
-  static bool WriteToSyslogSocket(const LogEvent& event) {
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
+  // One datagram to the syslog socket at `path`; false when no daemon takes it in time. A blocking
+  // send, so that a busy daemon slows reports down instead of losing them, bounded by
+  // kSendTimeout.
+  static bool WriteToSyslogSocket(const char* path, const LogEvent& event) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, "/dev/log", sizeof address.sun_path - 1);
-    const std::time_t now = std::chrono::system_clock::to_time_t(event.time);
-    std::tm parts{};
-    localtime_r(&now, &parts);
-    const std::string stamp = SyslogStamp(parts);
-    const std::string datagram = "<" + std::to_string(LOG_USER | SyslogPriority(event.type)) + ">" +
-                                 stamp + " " + std::string(event.source) + "[" +
-                                 std::to_string(getpid()) + "]: " + FormatLogMessage(event);
-    const ssize_t sent = sendto(fd, datagram.data(), datagram.size(), MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (std::strlen(path) >= sizeof address.sun_path) return false;
+    std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    const std::string datagram = FormatSyslogDatagram(event, getpid());
+    ssize_t sent = -1;
+    if (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof kSendTimeout) == 0) {
+      do {
+        sent = sendto(fd, datagram.data(), datagram.size(), MSG_NOSIGNAL,
+                      reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      } while (sent < 0 && errno == EINTR);
+    }
     close(fd);
     return sent >= 0;
   }
+
+  const std::string socket_path_;
 };
 
 struct EventSource {
@@ -211,11 +228,15 @@ HandleTable<EventSource>& Sources() {
   return *sources;
 }
 
-// The sink N7_EVENTLOG_FILE chooses; null with the last error set when its file cannot be opened.
+// The sink N7_EVENTLOG_FILE (or else N7_SYSLOG_SOCKET) chooses; null with the last error set when
+// the file cannot be opened.
 std::unique_ptr<EventSink> OpenSink() {
   // Read at each registration, so that a process (or a test) can switch backends between sources.
   const char* path = std::getenv("N7_EVENTLOG_FILE");  // NOLINT(concurrency-mt-unsafe)
-  if (path == nullptr || *path == '\0') return std::make_unique<SystemLogSink>();
+  if (path == nullptr || *path == '\0') {
+    const char* socket_path = std::getenv("N7_SYSLOG_SOCKET");  // NOLINT(concurrency-mt-unsafe)
+    return std::make_unique<SystemLogSink>(socket_path != nullptr ? socket_path : "");
+  }
   const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
     SetLastError(Win32ErrorOfErrno(errno));
@@ -255,6 +276,15 @@ std::string FormatJsonLine(const LogEvent& event) {
   }
   line += "],\"data\":\"" + Hex(event.data) + "\"}\n";
   return line;
+}
+
+std::string FormatSyslogDatagram(const LogEvent& event, pid_t pid) {
+  const std::time_t now = std::chrono::system_clock::to_time_t(event.time);
+  std::tm parts{};
+  localtime_r(&now, &parts);
+  return "<" + std::to_string(LOG_USER | SyslogPriority(event.type)) + ">" + SyslogStamp(parts) +
+         " " + std::string(event.source) + "[" + std::to_string(pid) +
+         "]: " + FormatLogMessage(event);
 }
 
 std::string FormatLogMessage(const LogEvent& event) {

@@ -4,13 +4,16 @@
 // strings and raw data) until it is deregistered. Where the events go is chosen when the source is
 // registered:
 //
-// - by default, the system log: the journal when it runs, else the syslog socket (/dev/log). The
+// - by default, the system log: the journal when it runs, else the syslog socket /dev/log; when
+//   the environment variable N7_SYSLOG_SOCKET names a socket, always a syslog datagram to it. The
 //   source name is the log identifier, the priority follows the event type (error -> err,
 //   warning -> warning, information and audit success -> info, audit failure -> notice, success ->
 //   info), and the message reads
 //     event 0xC0000102, category 3: first string | second string
 //   The journal also gets the fields N7_EVENT_ID, N7_EVENT_TYPE, N7_EVENT_CATEGORY and, when there
-//   is raw data, N7_EVENT_DATA (hexadecimal).
+//   is raw data, N7_EVENT_DATA (hexadecimal). A syslog datagram (facility user) waits at most 2
+//   seconds for a daemon whose queue is full; a report that no daemon takes in that time fails
+//   with ERROR_EVENTLOG_CANT_START.
 // - when the environment variable N7_EVENTLOG_FILE names a file, one JSON object per event is
 //   appended to it, one line each:
 //     {"time":"2026-01-31T12:00:00.123Z","source":"App","type":4,"category":0,

@@ -2,6 +2,8 @@
 // forms.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <span>
 #include <string>
@@ -24,6 +26,10 @@ struct LogEvent {
 
 // The line the file backend appends, with its newline.
 std::string FormatJsonLine(const LogEvent& event);
+
+// The datagram sent to a syslog socket as syslog(3) writes it, "<PRI>Mmm dd hh:mm:ss TAG[PID]:
+// MSG", with the source as TAG and facility user.
+std::string FormatSyslogDatagram(const LogEvent& event, pid_t pid);
 
 // The message text of the system log: "event 0x%08X, category N: s1 | s2".
 std::string FormatLogMessage(const LogEvent& event);

@@ -2,7 +2,9 @@
 //
 // Services are systemd units: the service NAME is the unit "NAME.service" (a NAME that already
 // ends in ".service" is taken as it is). The manager is reached over systemd's D-Bus interface on
-// the system bus; a unit's state maps to a service state as follows:
+// the system bus (the address in DBUS_SYSTEM_BUS_ADDRESS, by default
+// unix:path=/run/dbus/system_bus_socket); a call the manager does not answer within 5 seconds
+// fails with RPC_S_SERVER_UNAVAILABLE. A unit's state maps to a service state as follows:
 //
 //   unit ActiveState            freezer state (FreezerState)   service state
 //   active, reloading,          running (or not reported)      SERVICE_RUNNING

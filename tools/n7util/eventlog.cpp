@@ -58,7 +58,10 @@ std::vector<BYTE> parse_hex(std::string_view text) {
 
 std::string destination() {
   const char* file = std::getenv("N7_EVENTLOG_FILE");  // NOLINT(concurrency-mt-unsafe)
-  return file != nullptr && *file != '\0' ? file : "the system log";
+  if (file != nullptr && *file != '\0') return file;
+  const char* socket = std::getenv("N7_SYSLOG_SOCKET");  // NOLINT(concurrency-mt-unsafe)
+  if (socket != nullptr && *socket != '\0') return std::string("the syslog socket ") + socket;
+  return "the system log";
 }
 
 int report(const std::vector<std::string_view>& args) {
@@ -151,9 +154,9 @@ constexpr std::string_view kUsage =
     "              as --server.\n"
     "\n"
     "Registrations live in the registry's HKEY_LOCAL_MACHINE store (N7_REGISTRY_DIR names its\n"
-    "directory). Events go to the system log, or, when N7_EVENTLOG_FILE names a file, are appended "
-    "to it as\n"
-    "one JSON object per line.\n"
+    "directory). Events go to the system log (the journal, else /dev/log; N7_SYSLOG_SOCKET names\n"
+    "another syslog socket), or, when N7_EVENTLOG_FILE names a file, are appended to it as one\n"
+    "JSON object per line.\n"
     "\n"
     "Exit status: 0 success, 1 failure, 2 usage error.\n";
 
