@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/CountedException_test.h"
 #include "platform/Exceptions.h"
 #include "platform/Registry.h"
 #include "platform/RegistryFixture_internal.h"
@@ -85,17 +86,6 @@ TEST(IsServiceRunningTest, RunningLikeStatesCountAsRunning) {
   fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
   EXPECT_EQ(IsServiceRunning(L"running"), 0);
 }
-
-// Counts its destructions, so a test can see whether a caught exception was freed.
-class CountedException : public CException {
- public:
-  explicit CountedException(BOOL auto_delete, int* destroyed)
-      : CException(auto_delete), destroyed_(destroyed) {}
-  ~CountedException() override { ++*destroyed_; }
-
- private:
-  int* destroyed_;
-};
 
 // An exception out of the service query closes both handles (each holds the manager's
 // connection) and ends a caught framework exception through Delete(): freed when it is on the

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "platform/CountedException_test.h"
+
 namespace {
 
 // Records what the message box would have shown.
@@ -20,17 +22,6 @@ class ReportErrorTest : public ::testing::Test {
 
  private:
   MessageBoxHandler previous_ = nullptr;
-};
-
-// Counts its destructions, to show which objects Delete frees.
-class CountedException : public CException {
- public:
-  explicit CountedException(BOOL auto_delete, int* destroyed)
-      : CException(auto_delete), destroyed_(destroyed) {}
-  ~CountedException() override { ++*destroyed_; }
-
- private:
-  int* destroyed_;
 };
 
 TEST(ExceptionTest, DeleteFreesOnlyAutoDeletingObjects) {
