@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "platform/KernelObjects_internal.h"
@@ -406,8 +407,12 @@ DWORD Sleep(Waiter& waiter, DWORD milliseconds) NO_THREAD_SAFETY_ANALYSIS {
     LockAll(waiter.ordered);
     if (TrySatisfy(waiter) || clock.TickCount() >= deadline) break;
   }
-  for (KernelObject* object : waiter.ordered) object->RemoveWaiter(&waiter);
+  for (KernelObject* object : waiter.ordered) {
+    object->RemoveWaiter(&waiter);
+    object->OnWaiterLeft();
+  }
   UnlockAll(waiter.ordered);
+  UnparkPending();
   return waiter.result;
 }
 
@@ -456,14 +461,20 @@ void KernelObject::RemoveWaiter(Waiter* waiter) {
   waiters_.erase(std::find(waiters_.begin(), waiters_.end(), waiter));
 }
 
-void KernelObject::SatisfyWaiters() {
+void KernelObject::SatisfyWaiters(Handover handover) {
   if (waiters_.empty()) return;
   std::vector<std::shared_ptr<Sleeper>>& unpark = PendingUnparks();
+  bool woke_one = false;
   for (Waiter* waiter : waiters_) {
     if (waiter->state.load(std::memory_order_relaxed) == Waiter::kDone) continue;
     if (!IsSignalledFor(waiter->thread.id)) continue;
     if (waiter->wait_all) {
       OfferToWaitForAll(*waiter, this, unpark);
+      continue;
+    }
+    if (handover == Handover::kWakeOldest) {
+      // A woken wait that ends without the object hands the wake-up on (OnWaiterLeft).
+      if (!std::exchange(woke_one, true)) Wake(*waiter, unpark);
       continue;
     }
     // Signallers of the waiter's other objects hold other locks and may race for it: the one

@@ -130,12 +130,27 @@ class alignas(64) KernelObject {
   void AddWaiter(Waiter* waiter) REQUIRES(lock_);
   void RemoveWaiter(Waiter* waiter) REQUIRES(lock_);
 
+  // Called, with the lock held, when a wait on the object ends without having taken it, so that
+  // a wake-up the object handed to that wait (see kWakeOldest) passes on to the next one.
+  virtual void OnWaiterLeft() REQUIRES(lock_) {}
+
  protected:
-  // To be called, with the lock held, whenever the object may have become signalled: completes,
-  // oldest first, the waits on it that can be satisfied now, and wakes those threads. A wait
-  // completed here has already taken its objects, so it succeeds even if the object is
-  // non-signalled again by the time the thread runs.
-  void SatisfyWaiters() REQUIRES(lock_);
+  // How a signalled object treats the waits for any on it.
+  enum class Handover {
+    // Complete them, oldest first, while the object allows it: each has taken the object for its
+    // thread before that thread runs.
+    kComplete,
+    // Only wake the oldest; it takes the object itself if it is still free when it runs. For an
+    // object that its releaser, or any running thread, often wants again at once (a mutex):
+    // handing it to a thread that is not running yet would make everyone else queue behind it.
+    kWakeOldest,
+  };
+
+  // To be called, with the lock held, whenever the object may have become signalled: deals with
+  // the waits for any as `handover` says, completes the waits for all that can be satisfied now,
+  // and wakes those threads. A wait completed here has already taken its objects, so it succeeds
+  // even if the object is non-signalled again by the time the thread runs.
+  void SatisfyWaiters(Handover handover = Handover::kComplete) REQUIRES(lock_);
 
   mutable ObjectLock lock_;
 

@@ -384,6 +384,26 @@ TEST_F(MutexWaitTest, EndOfAFrameworkThreadAbandonsItsMutexToTheWaiter) {
   delete owner;
 }
 
+// A freed mutex is not handed to a sleeping waiter; the oldest is woken to take it. When that
+// wait ends otherwise (here the event, which comes first in its list), the next waiter must still
+// get the mutex.
+TEST_F(MutexWaitTest, AWakeUpForAFreedMutexPassesOnWhenTheWokenWaitEndsOtherwise) {
+  Handle mutex(CreateMutexW(nullptr, TRUE, nullptr));
+  Event event(false, false);
+  AsyncWait event_or_mutex({event, mutex}, FALSE, INFINITE);
+  clock_.AwaitSleepers(1);
+  AsyncWait mutex_only(mutex, INFINITE);
+  clock_.AwaitSleepers(2);
+
+  ASSERT_TRUE(ReleaseMutex(mutex));
+  SetEvent(event);
+  // Either the first wait took the event, or it ran soon enough to take the mutex and abandoned
+  // it when its thread ended.
+  const DWORD first = event_or_mutex.Result();
+  ASSERT_TRUE(first == WAIT_OBJECT_0 || first == WAIT_OBJECT_0 + 1) << first;
+  EXPECT_EQ(mutex_only.Result(), first == WAIT_OBJECT_0 ? WAIT_OBJECT_0 : WAIT_ABANDONED_0);
+}
+
 TEST(MutexTest, WaitsForAllOfOverlappingMutexesNeverDeadlockOrOverlap) {
   constexpr int kRounds = 3000;
   Handle a(CreateMutexW(nullptr, FALSE, nullptr));

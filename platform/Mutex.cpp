@@ -72,9 +72,13 @@ class Mutex final : public KernelObject, public std::enable_shared_from_this<Mut
     if (--count_ == 0) {
       released = thread.owned->Remove(this);
       owner_ = 0;
-      SatisfyWaiters();
+      SatisfyWaiters(Handover::kWakeOldest);
     }
     return true;
+  }
+
+  void OnWaiterLeft() override REQUIRES(lock_) {
+    if (owner_ == 0) SatisfyWaiters(Handover::kWakeOldest);
   }
 
   // Frees the mutex if `thread` (which is ending) still owns it; the caller took it off the list.
@@ -83,7 +87,7 @@ class Mutex final : public KernelObject, public std::enable_shared_from_this<Mut
     owner_ = 0;
     count_ = 0;
     abandoned_ = true;
-    SatisfyWaiters();
+    SatisfyWaiters(Handover::kWakeOldest);
   }
 
  private:
