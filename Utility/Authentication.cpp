@@ -28,6 +28,7 @@
 #include "n7crypto/srp.h"
 #include "n7crypto/wipe.h"
 #include "n7xml/reader.h"
+#include "platform/TextCodec.h"
 
 namespace N7A {
 namespace {
@@ -52,34 +53,28 @@ class Utf16Bytes {
  public:
   Utf16Bytes(std::wstring_view text, bool withTerminator) : bytes_(size_of(text, withTerminator)) {
     unsigned char* out = bytes_.data();
-    for (const wchar_t c : text) out = put(out, static_cast<std::uint32_t>(c));
+    for (const wchar_t c : text) {
+      n7platform::codec::EncodeUtf16(encodable(c), [&out](char16_t unit) {
+        *out++ = static_cast<unsigned char>(unit);
+        *out++ = static_cast<unsigned char>(unit >> 8);
+      });
+    }
   }
 
   const unsigned char* data() const { return bytes_.data(); }
   std::size_t size() const { return bytes_.size(); }
 
  private:
-  static bool is_pair(std::uint32_t value) { return value >= 0x10000 && value <= 0x10FFFF; }
+  static char32_t encodable(wchar_t c) {
+    const auto value = static_cast<char32_t>(c);  // NOLINT(bugprone-signed-char-misuse)
+    return value <= n7platform::codec::kMaxCodePoint ? value
+                                                     : n7platform::codec::kReplacementCharacter;
+  }
 
   static std::size_t size_of(std::wstring_view text, bool withTerminator) {
     std::size_t units = withTerminator ? 1 : 0;
-    for (const wchar_t c : text) units += is_pair(static_cast<std::uint32_t>(c)) ? 2u : 1u;
+    for (const wchar_t c : text) units += n7platform::codec::Utf16Length(encodable(c));
     return 2 * units;
-  }
-
-  static unsigned char* put_unit(unsigned char* out, std::uint32_t unit) {
-    out[0] = static_cast<unsigned char>(unit);
-    out[1] = static_cast<unsigned char>(unit >> 8);
-    return out + 2;
-  }
-
-  static unsigned char* put(unsigned char* out, std::uint32_t value) {
-    if (is_pair(value)) {
-      value -= 0x10000;
-      out = put_unit(out, 0xD800 | (value >> 10));
-      return put_unit(out, 0xDC00 | (value & 0x3FF));
-    }
-    return put_unit(out, value <= 0xFFFF ? value : 0xFFFD);
   }
 
   n7crypto::Key bytes_;  // zero-filled: the terminator is already there

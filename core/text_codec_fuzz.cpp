@@ -1,13 +1,13 @@
-// libFuzzer target: base64 and the UTF-8 / UTF-16 / wide text conversions of the core services and
-// of the platform layer, over arbitrary bytes. Each codec must agree with itself and the two
-// layers with each other:
+// libFuzzer target: base64, the project's Unicode codec and the core services' text conversions
+// over it, over arbitrary bytes. Each must agree with itself and the callers with the codec:
 //   - base64: decode(encode(x)) == x; a text the strict decoder accepts re-encodes to a text that
 //     decodes to the same bytes, and the lenient decoder reads it the same way.
 //   - UTF-8: the check, both converters and the one-sequence decoder accept exactly the same
-//     texts; an accepted text converts to wide text and back unchanged.
+//     texts; an accepted text converts to wide text and back unchanged. Replacing malformed
+//     sequences changes nothing in valid text and always gives text that converts back.
 //   - wide and UTF-16 text (the bytes taken as 32-bit or 16-bit units): a conversion that
 //     succeeds gives text the other direction turns back into the same units.
-// Refusals must be n7core::ErrorException (or an empty optional in the platform layer).
+// Refusals must be n7core::ErrorException (or an empty optional from the codec).
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -21,7 +21,7 @@
 #include "core/error.h"
 #include "core/text.h"
 #include "core/utf8.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 #include "platform/fuzz_check.h"
 
 namespace {
@@ -72,14 +72,24 @@ void CheckUtf8(std::string_view text) {
   }
   std::wstring walked;
   const bool walks = WalkUtf8(text, walked);
-  const std::optional<std::wstring> platform = n7platform::internal::FromUtf8(text);
+  const std::optional<std::wstring> platform = n7platform::codec::FromUtf8(text);
   check(checked == wide.has_value() && checked == walks && checked == platform.has_value(),
         "UTF-8 validators disagree");
   if (!checked) return;
   check(*wide == walked && *wide == *platform, "UTF-8 decoders give different code points");
   check(n7core::to_string(*wide) == text, "UTF-8 -> wide -> UTF-8 changed the text");
-  check(n7platform::internal::ToUtf8(*platform) == std::optional<std::string>(text),
-        "platform UTF-8 -> wide -> UTF-8 changed the text");
+  check(n7platform::codec::ToUtf8(*platform) == std::optional<std::string>(text),
+        "codec UTF-8 -> wide -> UTF-8 changed the text");
+}
+
+void CheckUtf8Replacement(std::string_view text) {
+  namespace codec = n7platform::codec;
+  const std::optional<std::wstring> strict = codec::FromUtf8(text);
+  const std::optional<std::wstring> replaced = codec::FromUtf8(text, codec::Malformed::kReplace);
+  check(replaced.has_value(), "replacing malformed UTF-8 gave no text");
+  if (strict) check(*replaced == *strict, "replacement changed valid UTF-8");
+  check(replaced->size() <= text.size(), "replacement made more characters than bytes");
+  check(codec::ToUtf8(*replaced).has_value(), "replaced text does not convert back");
 }
 
 template <typename Unit>
@@ -91,18 +101,21 @@ std::basic_string<Unit> Units(std::string_view bytes) {
 
 void CheckWide(std::string_view bytes) {
   const std::wstring wide = Units<wchar_t>(bytes);
-  const std::optional<std::string> platform = n7platform::internal::ToUtf8(wide);
+  const std::optional<std::string> platform = n7platform::codec::ToUtf8(wide);
   std::optional<std::string> utf8;
   try {
     utf8 = n7core::to_string(wide);
   } catch (const n7core::ErrorException&) {
   }
-  // The platform layer refuses surrogates the core services pair up, so it may refuse more.
-  if (platform) check(utf8 == platform, "wide -> UTF-8 differs between the layers");
+  check(utf8 == platform, "wide -> UTF-8 differs between the core services and the codec");
   if (!utf8) return;
   const std::wstring back = n7core::to_wstring(*utf8);
   check(n7core::to_string(back) == *utf8, "wide -> UTF-8 -> wide -> UTF-8 unstable");
-  if (platform) check(back == wide, "wide -> UTF-8 -> wide changed the text");
+  // Only surrogate pairs, joined into their code points, may come back different.
+  if (back != wide) {
+    check(back.size() < wide.size() && n7core::to_utf16(back) == n7core::to_utf16(wide),
+          "wide -> UTF-8 -> wide changed more than surrogate pairs");
+  }
   check(n7core::from_utf16(n7core::to_utf16(back)) == back, "wide -> UTF-16 -> wide changed it");
 }
 
@@ -148,6 +161,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view bytes(copy.data(), copy.size());
   CheckBase64(bytes);
   CheckUtf8(bytes);
+  CheckUtf8Replacement(bytes);
   CheckWide(bytes);
   CheckUtf16(bytes);
   return 0;

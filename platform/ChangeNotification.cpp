@@ -34,7 +34,7 @@
 #include "platform/KernelObjects_internal.h"
 #include "platform/NoDestructor.h"
 #include "platform/SyncObjects.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 namespace {
@@ -285,7 +285,7 @@ HANDLE FindFirstChangeNotificationW(LPCWSTR path, BOOL watch_subtree, DWORD filt
     return Fail(ERROR_INVALID_PARAMETER);
   }
   if (watch_subtree != FALSE) return Fail(ERROR_NOT_SUPPORTED);
-  const std::optional<std::string> utf8 = n7platform::internal::ToUtf8(path);
+  const std::optional<std::string> utf8 = n7platform::codec::ToUtf8(path);
   if (!utf8) return Fail(ERROR_PATH_NOT_FOUND);
 
   auto notification =

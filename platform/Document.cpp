@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/File.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace {
 
@@ -15,8 +15,8 @@ namespace {
 std::wstring SavingName(LPCWSTR path_name) { return std::wstring(path_name) + L".saving"; }
 
 void Rename(const std::wstring& from, LPCWSTR to) {
-  const std::optional<std::string> native_from = n7platform::internal::ToUtf8(from);
-  const std::optional<std::string> native_to = n7platform::internal::ToUtf8(to);
+  const std::optional<std::string> native_from = n7platform::codec::ToUtf8(from);
+  const std::optional<std::string> native_to = n7platform::codec::ToUtf8(to);
   if (!native_from || !native_to) throw new CFileException(CFileException::badPath, -1, to);
   if (std::rename(native_from->c_str(), native_to->c_str()) != 0) {
     throw new CFileException(CFileException::accessDenied, errno, to);

@@ -24,7 +24,7 @@
 #include "platform/KernelObjects.h"
 #include "platform/LocalSystem_internal.h"
 #include "platform/NoDestructor.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 namespace {
@@ -250,7 +250,7 @@ std::optional<std::vector<std::string>> Utf8Strings(const LPCWSTR* strings, WORD
   std::vector<std::string> out;
   out.reserve(count);
   for (WORD i = 0; i < count; ++i) {
-    std::optional<std::string> text = ToUtf8(strings[i] != nullptr ? strings[i] : L"");
+    std::optional<std::string> text = codec::ToUtf8(strings[i] != nullptr ? strings[i] : L"");
     if (!text) return std::nullopt;
     out.push_back(std::move(*text));
   }
@@ -313,7 +313,7 @@ HANDLE RegisterEventSourceW(LPCWSTR server_name, LPCWSTR source_name) {
     return nullptr;
   }
   std::optional<std::string> name;
-  if (source_name != nullptr) name = n7platform::internal::ToUtf8(source_name);
+  if (source_name != nullptr) name = n7platform::codec::ToUtf8(source_name);
   if (!name || name->empty()) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;

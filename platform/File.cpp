@@ -14,7 +14,7 @@
 
 #include "platform/KernelObjects.h"
 #include "platform/LocalSystem_internal.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 namespace {
@@ -25,7 +25,7 @@ constexpr UINT kUniqueNumbers = 0x10000;
 // The UTF-8 path, or nothing with ERROR_INVALID_NAME set.
 std::optional<std::string> NativePath(LPCWSTR path) {
   std::optional<std::string> native;
-  if (path != nullptr && *path != L'\0') native = ToUtf8(path);
+  if (path != nullptr && *path != L'\0') native = codec::ToUtf8(path);
   if (!native) SetLastError(ERROR_INVALID_NAME);
   return native;
 }
@@ -43,7 +43,7 @@ std::wstring TempFileName(std::wstring_view directory, LPCWSTR prefix, UINT uniq
 
 // Creates the file `name` if it does not exist; false with errno set otherwise.
 bool CreateNew(const std::wstring& name) {
-  const std::optional<std::string> native = ToUtf8(name);
+  const std::optional<std::string> native = codec::ToUtf8(name);
   if (!native) {
     errno = EINVAL;
     return false;
@@ -77,7 +77,7 @@ std::wstring TempDirectory() {
   for (const char* variable : {"TMPDIR", "TMP", "TEMP"}) {
     const char* value = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe)
     if (value == nullptr || *value == '\0') continue;
-    if (std::optional<std::wstring> path = FromUtf8(value)) return *path;
+    if (std::optional<std::wstring> path = codec::FromUtf8(value)) return *path;
   }
   return L"/tmp";
 }

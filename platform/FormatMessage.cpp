@@ -13,7 +13,7 @@
 #include "platform/KernelObjects.h"
 #include "platform/LocalMemory.h"
 #include "platform/Resources.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace {
 
@@ -257,7 +257,7 @@ std::wstring Pad(std::wstring text, const InsertFormat& format) {
 // A narrow insert is UTF-8; bytes that are not stand for themselves (Latin-1), so that no text
 // is lost.
 std::wstring WidenNarrow(std::string_view text) {
-  if (std::optional<std::wstring> wide = n7platform::internal::FromUtf8(text)) return *wide;
+  if (std::optional<std::wstring> wide = n7platform::codec::FromUtf8(text)) return *wide;
   std::wstring bytes;
   for (const char c : text) bytes += static_cast<wchar_t>(static_cast<unsigned char>(c));
   return bytes;

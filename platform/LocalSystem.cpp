@@ -8,7 +8,7 @@
 
 #include "platform/KernelObjects.h"
 #include "platform/LocalSystem_internal.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 
@@ -43,7 +43,7 @@ bool IsLocalMachine(LPCWSTR server) {
   if (name.starts_with(L"\\\\")) name.remove_prefix(2);
   char host[HOST_NAME_MAX + 1] = {};
   if (gethostname(host, sizeof host - 1) != 0) return false;
-  const std::optional<std::wstring> local = FromUtf8(host);
+  const std::optional<std::wstring> local = codec::FromUtf8(host);
   if (!local || local->size() != name.size()) return false;
   for (std::size_t i = 0; i < name.size(); ++i) {
     // Host names are ASCII; other characters must match exactly.

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace {
 
@@ -14,7 +14,7 @@ namespace {
 int LogMessageBox(LPCWSTR text, UINT type, UINT /*help_id*/) {
   // Text that is not Unicode is still shown, as far as it goes.
   const std::string utf8 =
-      n7platform::internal::ToUtf8(text != nullptr ? text : L"").value_or("(unprintable text)");
+      n7platform::codec::ToUtf8(text != nullptr ? text : L"").value_or("(unprintable text)");
   std::fprintf(stderr, "%s\n", utf8.c_str());
   const bool is_error = (type & 0xF0u) == MB_ICONHAND;
   syslog(is_error ? LOG_ERR : LOG_NOTICE, "%s", utf8.c_str());

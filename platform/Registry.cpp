@@ -25,7 +25,7 @@
 #include "platform/RegistryStore_internal.h"
 #include "platform/RegistryText_internal.h"
 #include "platform/SyncObjects.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 namespace {
@@ -175,10 +175,10 @@ REGSAM Granted(REGSAM desired) {
 }
 
 DWORD ToName(std::wstring_view text, RegName* name) {
-  const std::optional<std::string> utf8 = ToUtf8(text);
+  const std::optional<std::string> utf8 = codec::ToUtf8(text);
   if (!utf8) return ERROR_INVALID_PARAMETER;
   name->name = *utf8;
-  name->folded = *ToUtf8(FoldCase(text));
+  name->folded = *codec::ToUtf8(FoldCase(text));
   return ERROR_SUCCESS;
 }
 
@@ -287,8 +287,8 @@ bool IsThisMachine(LPCWSTR machine) {
   if (name.empty()) return true;
   char host[256] = {};
   if (gethostname(host, sizeof host - 1) != 0) return false;
-  const std::optional<std::string> given = ToUtf8(FoldCase(name));
-  return given && *given == *ToUtf8(FoldCase(Utf8ToWide(host)));
+  const std::optional<std::string> given = codec::ToUtf8(FoldCase(name));
+  return given && *given == *codec::ToUtf8(FoldCase(Utf8ToWide(host)));
 }
 
 DWORD ReadFile(const std::string& path, std::string* bytes) {
@@ -324,7 +324,7 @@ DWORD WriteNewFile(const std::string& path, const std::string& bytes) {
 
 DWORD ToFilePath(LPCWSTR file, std::string* path) {
   if (file == nullptr) return ERROR_INVALID_PARAMETER;
-  const std::optional<std::string> utf8 = ToUtf8(file);
+  const std::optional<std::string> utf8 = codec::ToUtf8(file);
   if (!utf8 || utf8->empty()) return ERROR_INVALID_PARAMETER;
   *path = *utf8;
   return ERROR_SUCCESS;

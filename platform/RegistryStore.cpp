@@ -12,7 +12,7 @@
 #include "platform/RegistryStore_internal.h"
 #include "platform/RegistryText_internal.h"
 #include "platform/Time.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 namespace {
@@ -794,7 +794,7 @@ namespace {
 // the store's length and comparison functions would stop at.
 bool StorableText(const std::string& text, std::wstring* wide) {
   *wide = Utf8ToWide(text);
-  return ToUtf8(*wide) == text && wide->find(L'\0') == std::wstring::npos;
+  return codec::ToUtf8(*wide) == text && wide->find(L'\0') == std::wstring::npos;
 }
 
 // The name as stored, upper-cased; false for text that is not storable, and for a key name that
@@ -806,7 +806,7 @@ bool StoredName(const std::string& name, bool is_key, RegName* out) {
     return false;
   if (!is_key && wide.size() > 16383) return false;
   out->name = name;
-  out->folded = *ToUtf8(FoldCase(wide));
+  out->folded = *codec::ToUtf8(FoldCase(wide));
   return true;
 }
 

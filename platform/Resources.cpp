@@ -20,12 +20,11 @@
 #include "platform/FormatMessage.h"
 #include "platform/KernelObjects.h"
 #include "platform/Resources_internal.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace {
 
-using n7platform::internal::FromUtf8;
-using n7platform::internal::ToUtf8;
+namespace codec = n7platform::codec;
 
 constexpr DWORD kNoUnicodeTranslation = 1113;  // ERROR_NO_UNICODE_TRANSLATION
 
@@ -272,7 +271,7 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR file_name, DWORD size) {
     SetLastError(ERROR_MOD_NOT_FOUND);
     return 0;
   }
-  const std::optional<std::wstring> converted = FromUtf8(FileName(*info));
+  const std::optional<std::wstring> converted = codec::FromUtf8(FileName(*info));
   if (!converted) {
     SetLastError(kNoUnicodeTranslation);
     return 0;
@@ -294,7 +293,7 @@ DWORD GetModuleFileNameW(HMODULE module, LPWSTR file_name, DWORD size) {
 
 HMODULE GetModuleHandleW(LPCWSTR module_name) {
   if (module_name == nullptr) return MainProgram();
-  const std::optional<std::string> name = ToUtf8(module_name);
+  const std::optional<std::string> name = codec::ToUtf8(module_name);
   void* handle = name ? dlopen(name->c_str(), RTLD_LAZY | RTLD_NOLOAD) : nullptr;
   if (handle == nullptr) {
     SetLastError(ERROR_MOD_NOT_FOUND);
@@ -307,7 +306,7 @@ HMODULE GetModuleHandleW(LPCWSTR module_name) {
 
 HMODULE LoadLibraryW(LPCWSTR file_name) {
   const std::optional<std::string> name =
-      file_name != nullptr && *file_name != L'\0' ? ToUtf8(file_name) : std::nullopt;
+      file_name != nullptr && *file_name != L'\0' ? codec::ToUtf8(file_name) : std::nullopt;
   void* handle = name ? dlopen(name->c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
   const HMODULE base = handle != nullptr ? BaseOfHandle(handle) : nullptr;
   if (base == nullptr) {

@@ -18,7 +18,7 @@
 #include "platform/NoDestructor.h"
 #include "platform/Services_internal.h"
 #include "platform/SyncObjects.h"
-#include "platform/WideText_internal.h"
+#include "platform/TextCodec.h"
 
 namespace n7platform::internal {
 namespace {
@@ -162,7 +162,7 @@ bool IsUnitNameCharacter(char c) {
 // "NAME.service" for a service name; nothing when the name cannot be a unit's.
 std::optional<std::string> UnitName(LPCWSTR service) {
   if (service == nullptr || *service == L'\0') return std::nullopt;
-  std::optional<std::string> unit = ToUtf8(service);
+  std::optional<std::string> unit = codec::ToUtf8(service);
   if (!unit) return std::nullopt;
   for (const char c : *unit) {
     if (!IsUnitNameCharacter(c)) return std::nullopt;

@@ -43,6 +43,8 @@
 #include <sstream>
 #include <utility>
 
+#include "platform/TextCodec.h"
+
 namespace n7rc {
 namespace {
 
@@ -77,30 +79,10 @@ struct Token {
 
 // Decodes one UTF-8 sequence of `line` at `pos`, moving past it.
 char32_t decode_utf8(std::string_view line, std::size_t& pos, int line_no) {
-  const auto lead = static_cast<unsigned char>(line[pos]);
-  std::size_t length = 1;
-  char32_t code = lead;
-  char32_t minimum = 0;
-  if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4, code = lead & 0x07u, minimum = 0x10000;
-  } else if (lead >= 0xE0) {
-    length = lead <= 0xEF ? 3 : 0, code = lead & 0x0Fu, minimum = 0x800;
-  } else if (lead >= 0xC2) {
-    length = 2, code = lead & 0x1Fu, minimum = 0x80;
-  } else if (lead >= 0x80) {
-    length = 0;
-  }
-  if (length == 0 || pos + length > line.size()) throw CompileError(line_no, "invalid UTF-8");
-  for (std::size_t i = 1; i < length; ++i) {
-    const auto next = static_cast<unsigned char>(line[pos + i]);
-    if ((next & 0xC0u) != 0x80u) throw CompileError(line_no, "invalid UTF-8");
-    code = (code << 6) | (next & 0x3Fu);
-  }
-  if (code < minimum || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
-    throw CompileError(line_no, "invalid UTF-8");
-  }
-  pos += length;
-  return code;
+  const n7platform::codec::Decoded sequence = n7platform::codec::DecodeUtf8(line.substr(pos));
+  if (sequence.length == 0) throw CompileError(line_no, "invalid UTF-8");
+  pos += sequence.length;
+  return sequence.code_point;
 }
 
 char32_t parse_hex_escape(std::string_view line, std::size_t& pos, std::size_t digits,
@@ -115,7 +97,7 @@ char32_t parse_hex_escape(std::string_view line, std::size_t& pos, std::size_t d
     if (value < 0) throw CompileError(line_no, "invalid hexadecimal digit in escape");
     code = code * 16 + static_cast<char32_t>(value);
   }
-  if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
+  if (!n7platform::codec::IsScalarValue(code)) {
     throw CompileError(line_no, "escape names no Unicode character");
   }
   pos += digits;
@@ -289,23 +271,8 @@ std::u32string joined_text(const std::vector<Token>& tokens, std::size_t first, 
 
 std::string to_utf8(std::u32string_view text) {
   std::string out;
-  for (const char32_t c : text) {
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
+  for (const char32_t c : text)
+    n7platform::codec::EncodeUtf8(c, [&out](char byte) { out += byte; });
   return out;
 }
 
