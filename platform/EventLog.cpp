@@ -224,7 +224,7 @@ struct EventSource {
 };
 
 HandleTable<EventSource>& Sources() {
-  static NoDestructor<HandleTable<EventSource>> sources(std::uintptr_t{1});
+  static NoDestructor<HandleTable<EventSource>> sources(HandleKind::kEventSource);
   return *sources;
 }
 
@@ -320,18 +320,21 @@ HANDLE RegisterEventSourceW(LPCWSTR server_name, LPCWSTR source_name) {
   }
   std::unique_ptr<EventSink> sink = n7platform::internal::OpenSink();
   if (sink == nullptr) return nullptr;
-  return Sources().Insert(
+  HANDLE handle = Sources().Insert(
       std::make_shared<EventSource>(EventSource{std::move(*name), std::move(sink)}));
+  if (handle == nullptr) SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return handle;
 }
 
 BOOL DeregisterEventSource(HANDLE event_log) {
-  return Sources().Remove(event_log) != nullptr ? TRUE : FALSE;
+  if (Sources().Remove(event_log) != nullptr) return TRUE;
+  return Fail(ERROR_INVALID_HANDLE);
 }
 
 BOOL ReportEventW(HANDLE event_log, WORD type, WORD category, DWORD event_id, PSID /*user_sid*/,
                   WORD string_count, DWORD data_size, LPCWSTR* strings, LPVOID raw_data) {
-  const std::shared_ptr<EventSource> source = Sources().Find(event_log);
-  if (source == nullptr) return FALSE;
+  const auto source = Sources().Find(event_log);
+  if (!source) return Fail(ERROR_INVALID_HANDLE);
   if (!n7platform::internal::IsEventType(type) || (strings == nullptr && string_count > 0) ||
       (raw_data == nullptr && data_size > 0)) {
     return Fail(ERROR_INVALID_PARAMETER);

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/HandleTable_internal.h"
 #include "platform/KernelObjects_internal.h"
 #include "platform/NoDestructor.h"
 
@@ -34,143 +35,15 @@ void ObjectLock::WaitUntilFree() const {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Handle table
-//
-// A handle is the tag bit, a 31-bit generation and a slot index. The tag bit makes it a
-// non-canonical address, so it can never be mistaken for a pointer (and a pointer never for it);
-// the generation changes each time a slot is freed, so a closed handle stays invalid after its
-// slot is reused.
-//
-// Finding a handle takes no lock: each slot has one atomic word holding its generation, whether
-// the handle is open, whether the slot holds an object, and how many calls are using it (pins).
-// A call pins the slot, then checks the generation and the open bit; a slot whose handle was
-// closed keeps its object until the last pin goes, and the thread that drops it frees the slot.
-// Slots sit on their own cache lines, so calls on different handles share nothing written.
+// Handles of kernel objects (platform/HandleTable_internal.h)
 
 namespace {
 
-constexpr std::uint64_t kHandleTag = std::uint64_t{1} << 63;
-constexpr std::uint32_t kGenerationMask = 0x7FFF'FFFFu;
-// Roughly the per-process limit of the system the interface comes from.
-constexpr std::uint32_t kMaxHandles = 1u << 24;
-constexpr std::uint32_t kChunkBits = 10;
-constexpr std::uint32_t kChunkSize = 1u << kChunkBits;
-constexpr std::uint32_t kChunks = kMaxHandles / kChunkSize;
+using KernelHandles = HandleTable<KernelObject>;
+using Slot = KernelHandles::Slot;
 
-// The slot word: generation in the high half, then the open and holding bits, then the pins.
-constexpr std::uint64_t kOpen = std::uint64_t{1} << 31;
-constexpr std::uint64_t kHolding = std::uint64_t{1} << 30;
-constexpr std::uint64_t kPinMask = kHolding - 1;
-
-std::uint32_t GenerationOf(std::uint64_t word) { return static_cast<std::uint32_t>(word >> 32); }
-
-struct alignas(64) Slot {
-  std::atomic<std::uint64_t> word{std::uint64_t{1} << 32};
-  // Written only while the slot holds nothing, or by the one thread that frees it.
-  std::shared_ptr<KernelObject> object;
-  std::uint32_t index_hint = 0;  // the slot's own index, set once
-};
-
-class HandleTable {
- public:
-  HANDLE Insert(std::shared_ptr<KernelObject> object) {
-    Slot* slot = TakeFreeSlot();
-    if (slot == nullptr) {
-      SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-      return nullptr;
-    }
-    slot->object = std::move(object);
-    // Pins of late finders of the slot's previous handle may still be counted; they are kept.
-    const std::uint64_t word = slot->word.fetch_or(kOpen | kHolding, std::memory_order_acq_rel);
-    live_.fetch_add(1, std::memory_order_relaxed);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle is a number, never dereferenced
-    return reinterpret_cast<HANDLE>(kHandleTag | (word & ~std::uint64_t{0xFFFF'FFFF}) |
-                                    IndexOf(slot));
-  }
-
-  // Pins the slot of `handle` if the handle is open.
-  Slot* Pin(HANDLE handle) {
-    const auto value = reinterpret_cast<std::uintptr_t>(handle);
-    if ((value & kHandleTag) == 0) return nullptr;
-    const auto index = static_cast<std::uint32_t>(value);
-    const auto generation = static_cast<std::uint32_t>(value >> 32) & kGenerationMask;
-    if (index >= kMaxHandles) return nullptr;
-    Slot* chunk = chunks_[index >> kChunkBits].load(std::memory_order_acquire);
-    if (chunk == nullptr) return nullptr;
-    Slot* slot = &chunk[index & (kChunkSize - 1)];
-    const std::uint64_t word = slot->word.fetch_add(1, std::memory_order_acquire);
-    if (GenerationOf(word) == generation && (word & kOpen) != 0) return slot;
-    Unpin(slot);
-    return nullptr;
-  }
-
-  void Unpin(Slot* slot) {
-    const std::uint64_t word = slot->word.fetch_sub(1, std::memory_order_acq_rel) - 1;
-    if ((word & (kPinMask | kOpen | kHolding)) == kHolding) Free(slot, word);
-  }
-
-  // Marks the pinned slot's handle closed; false when another thread closed it first.
-  bool Close(Slot* slot) {
-    if ((slot->word.fetch_and(~kOpen, std::memory_order_acq_rel) & kOpen) == 0) return false;
-    live_.fetch_sub(1, std::memory_order_relaxed);
-    return true;
-  }
-
-  std::size_t LiveCount() const { return live_.load(std::memory_order_relaxed); }
-
-  // Whether the slot, pinned by the caller, still belongs to `handle` and the handle is open.
-  static bool StillOpen(const Slot* slot, HANDLE handle) {
-    const std::uint64_t word = slot->word.load(std::memory_order_acquire);
-    const auto generation =
-        static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle) >> 32) &
-        kGenerationMask;
-    return (word & kOpen) != 0 && GenerationOf(word) == generation;
-  }
-
- private:
-  static std::uint32_t IndexOf(const Slot* slot) { return slot->index_hint; }
-
-  // The last pin of a closed handle went: whoever wins the exchange drops the object.
-  void Free(Slot* slot, std::uint64_t word) {
-    std::uint32_t generation = GenerationOf(word);
-    generation = generation == kGenerationMask ? 1 : generation + 1;
-    if (!slot->word.compare_exchange_strong(word, std::uint64_t{generation} << 32,
-                                            std::memory_order_acq_rel)) {
-      return;  // a late finder pinned it meanwhile; its unpin frees it
-    }
-    const std::shared_ptr<KernelObject> object = std::move(slot->object);
-    {
-      const std::lock_guard lock(free_mutex_);
-      free_.push_back(slot);
-    }
-  }
-
-  Slot* TakeFreeSlot() {
-    const std::lock_guard lock(free_mutex_);
-    if (!free_.empty()) {
-      Slot* slot = free_.back();
-      free_.pop_back();
-      return slot;
-    }
-    if (used_ == kMaxHandles) return nullptr;
-    if (used_ % kChunkSize == 0) {
-      auto* chunk = new Slot[kChunkSize];
-      for (std::uint32_t i = 0; i < kChunkSize; ++i) chunk[i].index_hint = used_ + i;
-      chunks_[used_ >> kChunkBits].store(chunk, std::memory_order_release);
-    }
-    Slot* chunk = chunks_[used_ >> kChunkBits].load(std::memory_order_relaxed);
-    return &chunk[used_++ & (kChunkSize - 1)];
-  }
-
-  std::atomic<Slot*> chunks_[kChunks] = {};
-  std::atomic<std::size_t> live_{0};
-  std::mutex free_mutex_;  // taken to create and free handles, never to find one
-  std::vector<Slot*> free_;
-  std::uint32_t used_ = 0;
-};
-
-HandleTable& Handles() {
-  static NoDestructor<HandleTable> table;
+KernelHandles& Handles() {
+  static NoDestructor<KernelHandles> table(HandleKind::kKernelObject);
   return *table;
 }
 
@@ -194,7 +67,7 @@ class PinCache {
   KernelObject* Find(HANDLE handle) {
     Entry& entry = entries_[reinterpret_cast<std::uintptr_t>(handle) % kEntries];
     if (entry.handle == handle && entry.slot != nullptr) {
-      if (HandleTable::StillOpen(entry.slot, handle)) return entry.slot->object.get();
+      if (KernelHandles::StillOpen(entry.slot, handle)) return entry.slot->object.get();
     }
     Slot* slot = Handles().Pin(handle);
     if (slot == nullptr) return nullptr;
@@ -237,7 +110,9 @@ bool RefuseName(LPCWSTR name) {
 }
 
 HANDLE InsertHandle(std::shared_ptr<KernelObject> object) {
-  return Handles().Insert(std::move(object));
+  HANDLE handle = Handles().Insert(std::move(object));
+  if (handle == nullptr) SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return handle;
 }
 
 ObjectRef FindObject(HANDLE handle) {
@@ -257,22 +132,15 @@ ObjectRef FindObjectForCall(HANDLE handle) {
 }
 
 std::shared_ptr<KernelObject> ShareObject(HANDLE handle) {
-  Slot* slot = Handles().Pin(handle);
-  if (slot == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
-  }
-  std::shared_ptr<KernelObject> object = slot->object;
-  Handles().Unpin(slot);
+  std::shared_ptr<KernelObject> object = Handles().Share(handle);
+  if (object == nullptr) SetLastError(ERROR_INVALID_HANDLE);
   return object;
 }
 
 std::size_t LiveHandleCount() { return Handles().LiveCount(); }
 
 bool RemoveHandle(HANDLE handle) {
-  Slot* slot = Handles().Pin(handle);
-  const bool closed = slot != nullptr && Handles().Close(slot);
-  if (slot != nullptr) Handles().Unpin(slot);
+  const bool closed = Handles().Remove(handle) != nullptr;
   if (!closed) SetLastError(ERROR_INVALID_HANDLE);
   return closed;
 }

@@ -100,8 +100,12 @@ TEST(HandleTest, StaleForeignAndNullHandlesAreRejected) {
   EXPECT_NE(static_cast<HANDLE>(reuser), closed);
 
   int local = 0;
+  // The open handle's slot and generation, marked as a handle of another of the layer's tables.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
+  const auto other_table = reinterpret_cast<HANDLE>(
+      reinterpret_cast<std::uintptr_t>(static_cast<HANDLE>(reuser)) | (std::uintptr_t{1} << 24));
   for (HANDLE bad :
-       {closed, static_cast<HANDLE>(nullptr), static_cast<HANDLE>(&local),
+       {closed, static_cast<HANDLE>(nullptr), static_cast<HANDLE>(&local), other_table,
         reinterpret_cast<HANDLE>(~std::uintptr_t{0})}) {  // NOLINT(performance-no-int-to-ptr)
     EXPECT_EQ(Failure([&] { return Poll(bad); }), std::pair(WAIT_FAILED, ERROR_INVALID_HANDLE));
     EXPECT_EQ(Failure([&] { return static_cast<DWORD>(SetEvent(bad)); }),

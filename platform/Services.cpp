@@ -150,7 +150,7 @@ struct ServiceControlObject {
 };
 
 HandleTable<ServiceControlObject>& Handles() {
-  static NoDestructor<HandleTable<ServiceControlObject>> handles(std::uintptr_t{2});
+  static NoDestructor<HandleTable<ServiceControlObject>> handles(HandleKind::kServiceControl);
   return *handles;
 }
 
@@ -172,7 +172,11 @@ std::optional<std::string> UnitName(LPCWSTR service) {
   return unit;
 }
 
-SC_HANDLE ToHandle(void* handle) { return static_cast<SC_HANDLE>(handle); }
+// A new handle from the table; null, with the error set, when the table is full.
+SC_HANDLE ToHandle(void* handle) {
+  if (handle == nullptr) SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+  return static_cast<SC_HANDLE>(handle);
+}
 
 SC_HANDLE Fail(DWORD error) {
   SetLastError(error);
@@ -226,7 +230,7 @@ SC_HANDLE OpenSCManagerW(LPCWSTR machine_name, LPCWSTR database_name, DWORD /*ac
 
 SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR service_name, DWORD /*access*/) {
   const auto found = Handles().Find(manager);
-  if (found == nullptr) return nullptr;
+  if (!found) return Fail(ERROR_INVALID_HANDLE);
   if (found->unit_id) return Fail(ERROR_INVALID_HANDLE);
   const std::optional<std::string> unit = UnitName(service_name);
   if (!unit) return Fail(ERROR_INVALID_NAME);
@@ -239,8 +243,7 @@ SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR service_name, DWORD /*access*/
 
 BOOL QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status) {
   const auto found = Handles().Find(service);
-  if (found == nullptr) return FALSE;
-  if (!found->unit_id) {
+  if (!found || !found->unit_id) {
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
@@ -261,5 +264,7 @@ BOOL QueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status) {
 }
 
 BOOL CloseServiceHandle(SC_HANDLE handle) {
-  return Handles().Remove(handle) != nullptr ? TRUE : FALSE;
+  if (Handles().Remove(handle) != nullptr) return TRUE;
+  SetLastError(ERROR_INVALID_HANDLE);
+  return FALSE;
 }
