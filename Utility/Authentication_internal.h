@@ -1,10 +1,13 @@
-// The steps of the stored password value, for its tests.
+// What the three parts of the authentication services (stored password values, the password blob,
+// the SRP-6a login) share, and the steps of the stored password value, for its tests.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "n7crypto/key.h"
 
 namespace N7A::impl {
 
@@ -53,5 +56,15 @@ std::string make_public_password_props(const unsigned char* salt, std::size_t sa
 // of n7core's base64 tables: a character outside the alphabet, or bits left over after the last
 // whole byte that are not zero.
 std::vector<unsigned char> decode_base64(std::string_view text);
+
+// The file label the login's errors carry, whichever file raises them.
+inline constexpr char kFileLabel[] = "Utility/Authentication";
+
+// Throws "error.n7crypto.srp.invalidArg.blob" with `message`, located at `function`, `line`.
+[[noreturn]] void raise_blob_error(const char* message, const char* function, int line);
+
+// x of a "legacy" blob: SHA-256(salt, SHA-256(userId ":" legacyPassword)), the user ID as given.
+n7crypto::Key legacy_password_key(const std::vector<unsigned char>& salt, const std::string& userId,
+                                  const std::string& legacyPassword);
 
 }  // namespace N7A::impl
