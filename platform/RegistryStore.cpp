@@ -310,10 +310,10 @@ int WaitWhileBusy(void* /*context*/, int attempts) {
 DWORD Configure(sqlite3* db) {
   sqlite3_busy_handler(db, WaitWhileBusy, nullptr);
   sqlite3_extended_result_codes(db, 1);
-  DWORD error = ERROR_SUCCESS;
-  if (QueryText(db, "PRAGMA journal_mode=WAL", &error) != "wal" && error == ERROR_SUCCESS)
+  DWORD error = ExecuteScript(db, kStorePragmas);
+  if (error == ERROR_SUCCESS && QueryText(db, "PRAGMA journal_mode", &error) != "wal" &&
+      error == ERROR_SUCCESS)
     error = ERROR_REGISTRY_IO_FAILED;
-  if (error == ERROR_SUCCESS) error = ExecuteScript(db, "PRAGMA synchronous=NORMAL");
   if (error != ERROR_SUCCESS) return error;
   const std::string check = QueryText(db, "PRAGMA quick_check", &error);
   if (error == ERROR_SUCCESS && check != "ok") error = ERROR_REGISTRY_CORRUPT;

@@ -86,6 +86,9 @@ struct KeyInfo {
   std::uint64_t last_write = 0;
 };
 
+// How every connection to a store is set up: write-ahead log, synced at checkpoints only.
+inline constexpr const char* kStorePragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;";
+
 struct StoreSettings {
   std::string directory;
   std::string boot_id;  // volatile keys made under another boot id are dropped on opening
