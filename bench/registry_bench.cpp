@@ -5,9 +5,10 @@
 // - Query: RegQueryValueExW of a 4-byte value out of 1000 under one open key, against one
 //   indexed SELECT by (key, upper-cased name).
 // - Set: RegSetValueExW of a 4-byte value (one committed transaction each), against BEGIN
-//   IMMEDIATE, the store's own upsert and COMMIT on a connection set up like the store's. Every
-//   write stores a value not stored before: SQLite skips rewriting a page whose row comes out
-//   the same, so writing the same values over again would leave the bound nothing to write.
+//   IMMEDIATE, an upsert of the value's row as the store writes it (data and write time) and
+//   COMMIT, on a connection set up like the store's. Every write stores a value not stored
+//   before: SQLite skips rewriting a page whose row comes out the same, so writing the same
+//   values over again would leave the bound nothing to write.
 // At the end a table gives each of ours as a ratio to its bound.
 
 #include <benchmark/benchmark.h>
@@ -88,6 +89,7 @@ class Store {
     sqlite3_bind_text(upsert_, 3, folded.data(), static_cast<int>(folded.size()), SQLITE_STATIC);
     sqlite3_bind_int64(upsert_, 4, REG_DWORD);
     sqlite3_bind_blob(upsert_, 5, &value, sizeof value, SQLITE_STATIC);
+    sqlite3_bind_int64(upsert_, 6, value);  // the row's write time in the store
     ok = Step(upsert_) && ok;
     return Step(commit_) && ok;
   }
@@ -109,7 +111,8 @@ class Store {
     sqlite3_exec(bound_, n7platform::internal::kStorePragmas, nullptr, nullptr, nullptr);
     sqlite3_exec(bound_,
                  "CREATE TABLE vals(key INTEGER NOT NULL, name TEXT NOT NULL,"
-                 " folded TEXT NOT NULL, type INTEGER NOT NULL, data BLOB NOT NULL);"
+                 " folded TEXT NOT NULL, type INTEGER NOT NULL, data BLOB NOT NULL,"
+                 " written INTEGER NOT NULL DEFAULT 0);"
                  "CREATE UNIQUE INDEX vals_by_name ON vals(key, folded);",
                  nullptr, nullptr, nullptr);
     const auto prepare = [this](const char* sql, sqlite3_stmt** statement) {
@@ -117,8 +120,9 @@ class Store {
     };
     prepare("SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2", &select_);
     prepare(
-        "INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5) "
-        "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data",
+        "INSERT INTO vals(key, name, folded, type, data, written) VALUES(?1, ?2, ?3, ?4, ?5, ?6) "
+        "ON CONFLICT(key, folded) DO UPDATE SET "
+        "type = excluded.type, data = excluded.data, written = excluded.written",
         &upsert_);
     prepare("BEGIN IMMEDIATE", &begin_);
     prepare("COMMIT", &commit_);

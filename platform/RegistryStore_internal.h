@@ -169,7 +169,7 @@ class HiveStore {
   DWORD KeyExists(const KeyRef& key, DWORD error_if_present) REQUIRES(section_);
   DWORD SaveKey(std::int64_t id, SavedKey* tree, int depth) REQUIRES(section_);
   DWORD RestoreKey(const KeyRef& key, const SavedKey& tree, int depth) REQUIRES(section_);
-  DWORD InsertValue(const KeyRef& key, const RegName& name, DWORD type, std::span<const BYTE> data)
+  DWORD UpsertValue(const KeyRef& key, const RegName& name, DWORD type, std::span<const BYTE> data)
       REQUIRES(section_);
   // After a write committed: tells the processes watching the store.
   void Announce();
