@@ -113,7 +113,21 @@ int CreatePrivateFile(const std::string& path) {
   return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
 }
 
+// Opens (creating it when missing) the companion file that writers read to announce a commit; a
+// read reports an access only when it reads a byte, so the file holds one.
+int OpenAnnounceFile(const std::string& path) {
+  const int fd = CreatePrivateFile(path);
+  struct stat status;
+  if (fd >= 0 && fstat(fd, &status) == 0 && status.st_size == 0 && pwrite(fd, "", 1, 0) != 1) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
 }  // namespace
+
+std::string AnnounceFileName(const std::string& store_path) { return store_path + "-changed"; }
 
 std::string HiveFileName(Hive hive) {
   static constexpr std::array<const char*, kHiveCount> kNames = {
@@ -379,8 +393,8 @@ DWORD HiveStore::Open(const StoreSettings& settings, Hive hive, std::shared_ptr<
   const int database_fd = CreatePrivateFile(path);
   if (database_fd < 0) return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_REGISTRY_IO_FAILED;
   close(database_fd);
-  const int touch_fd = CreatePrivateFile(path + "-changed");
-  if (touch_fd < 0) return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_REGISTRY_IO_FAILED;
+  const int announce_fd = OpenAnnounceFile(AnnounceFileName(path));
+  if (announce_fd < 0) return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_REGISTRY_IO_FAILED;
 
   sqlite3* db = nullptr;
   DWORD error = ErrorOf(sqlite3_open_v2(
@@ -390,26 +404,26 @@ DWORD HiveStore::Open(const StoreSettings& settings, Hive hive, std::shared_ptr<
   if (error == ERROR_SUCCESS) error = PrepareSchema(db, settings.boot_id);
   if (error != ERROR_SUCCESS) {
     sqlite3_close(db);
-    close(touch_fd);
+    close(announce_fd);
     return error;
   }
-  store->reset(new HiveStore(db, settings, file_name, touch_fd));
+  store->reset(new HiveStore(db, settings, file_name, announce_fd));
   return ERROR_SUCCESS;
 }
 
 HiveStore::HiveStore(sqlite3* db, const StoreSettings& settings, std::string file_name,
-                     int touch_fd)
+                     int announce_fd)
     : db_(db),
       statements_(kSqlCount, nullptr),
       directory_(settings.directory),
       boot_id_(settings.boot_id),
       file_name_(std::move(file_name)),
-      touch_fd_(touch_fd) {}
+      announce_fd_(announce_fd) {}
 
 HiveStore::~HiveStore() NO_THREAD_SAFETY_ANALYSIS {
   for (sqlite3_stmt* statement : statements_) sqlite3_finalize(statement);
   sqlite3_close(db_);
-  close(touch_fd_);
+  close(announce_fd_);
 }
 
 sqlite3_stmt* HiveStore::Prepared(Sql sql) {
@@ -466,7 +480,8 @@ sqlite3_stmt* HiveStore::Prepared(Sql sql) {
 DWORD HiveStore::Run(Sql sql) { return Statement(*this, sql).Execute(); }
 
 void HiveStore::Announce() {
-  futimens(touch_fd_, nullptr);
+  char byte;
+  [[maybe_unused]] const ssize_t read_count = pread(announce_fd_, &byte, 1, 0);
   WakeRegistryNotifier();
 }
 
