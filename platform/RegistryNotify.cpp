@@ -1,12 +1,14 @@
 // Registry change notification: one notifier thread per process, started by the first
 // registration and blocked in poll() on an inotify instance and an eventfd.
 //
-// Writers in any process touch their store's companion file after each commit; the notifier
-// watches the store directories for that (IN_ATTRIB), and local writers also wake it through the
-// eventfd, so that notification still works where inotify is unavailable. Woken, it reads each
-// watched store's change log from the oldest entry a registration has not seen and signals the
-// registrations the new entries concern. A change log read misses nothing: the log is in the
-// database, written in the same transaction as the change, and touched only once committed.
+// Writers in any process read their store's companion file after each commit; the notifier
+// watches those files for that (IN_ACCESS, and IN_ATTRIB for a writer that touches the file
+// instead), and local writers also wake it through the eventfd, so that notification still works
+// where inotify is unavailable. The files are watched rather than their directories: reads of the
+// database files beside them, the notifier's own among them, would wake it for nothing. Woken, it
+// reads each watched store's change log from the oldest entry a registration has not seen and
+// signals the registrations the new entries concern. A change log read misses nothing: the log is
+// in the database, written in the same transaction as the change, and touched only once committed.
 //
 // Lock order: the notifier's section, then the kernel lock (SetEvent). The section is never held
 // while a store is used.
@@ -60,9 +62,9 @@ class Notifier {
     {
       CriticalSectionLock lock(section_);
       if (DWORD error = Start()) return error;
-      Watch(registration.store->directory());
+      Watch(registration.store->announce_path());
     }
-    // The log's end is read after the directory is watched, so a change committed later wakes
+    // The log's end is read after the file is watched, so a change committed later wakes
     // the notifier; one committed before the registration is listed is found by the Wake below.
     if (DWORD error = registration.store->LastChange(&registration.after)) return error;
     {
@@ -102,10 +104,10 @@ class Notifier {
   }
 
   // Without inotify, changes by other processes go unseen; local ones still wake the notifier.
-  void Watch(const std::string& directory) REQUIRES(section_) {
-    if (inotify_fd_ < 0 || watched_.contains(directory)) return;
-    const int watch = inotify_add_watch(inotify_fd_, directory.c_str(), IN_ATTRIB);
-    if (watch >= 0) watched_[directory] = watch;
+  // Watching a file already watched changes nothing; a file made anew under the same name is
+  // another inode, watched from then on.
+  void Watch(const std::string& file) {
+    if (inotify_fd_ >= 0) inotify_add_watch(inotify_fd_, file.c_str(), IN_ACCESS | IN_ATTRIB);
   }
 
   void Run() {
@@ -120,25 +122,14 @@ class Notifier {
     }
   }
 
-  // Empties both descriptors; a watch that ended (its directory removed) is forgotten.
-  void Drain() EXCLUDES(section_) {
+  // Empties both descriptors.
+  void Drain() {
     std::uint64_t count;
     [[maybe_unused]] const ssize_t read_count = read(wake_fd_, &count, sizeof count);
     if (inotify_fd_ < 0) return;
     alignas(inotify_event) char buffer[4096];
-    ssize_t size;
-    while ((size = read(inotify_fd_, buffer, sizeof buffer)) > 0) {
-      for (ssize_t at = 0; at < size;) {
-        const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
-        if ((event->mask & IN_IGNORED) != 0) Forget(event->wd);
-        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-      }
+    while (read(inotify_fd_, buffer, sizeof buffer) > 0) {
     }
-  }
-
-  void Forget(int watch) EXCLUDES(section_) {
-    CriticalSectionLock lock(section_);
-    std::erase_if(watched_, [watch](const auto& entry) { return entry.second == watch; });
   }
 
   // The stores with registrations, each with the oldest log entry one of them has seen.
@@ -180,7 +171,6 @@ class Notifier {
 
   CCriticalSection section_;
   std::vector<Registration> registrations_ GUARDED_BY(section_);
-  std::map<std::string, int> watched_ GUARDED_BY(section_);  // directory -> watch
   bool started_ GUARDED_BY(section_) = false;
   std::atomic<bool> any_{false};  // whether there are registrations, read without the section
   const int inotify_fd_;

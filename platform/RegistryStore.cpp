@@ -28,6 +28,10 @@ constexpr const char* kFormat = "1";
 // Key ids are never reused (AUTOINCREMENT), so a handle to a deleted key never reaches a new
 // one. The change log needs no AUTOINCREMENT (which would write one more page per commit): its
 // newest entry is never pruned, so each new entry is numbered one past the last.
+//
+// A key's last-write time is the later of its row's last_write, set by the writes that change
+// the key itself, and the `written` time of its values: setting a value then writes the value's
+// row alone rather than the key's row as well, one page less per commit.
 constexpr std::string_view kSchema = R"sql(
 CREATE TABLE meta(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE keys(
@@ -45,7 +49,8 @@ CREATE TABLE vals(
   name TEXT NOT NULL,
   folded TEXT NOT NULL,
   type INTEGER NOT NULL,
-  data BLOB NOT NULL);
+  data BLOB NOT NULL,
+  written INTEGER NOT NULL DEFAULT 0);
 CREATE UNIQUE INDEX vals_by_name ON vals(key, folded);
 CREATE TABLE changes(seq INTEGER PRIMARY KEY, path TEXT NOT NULL, kinds INTEGER NOT NULL);
 INSERT INTO keys(id, parent, name, folded, class, last_write) VALUES(1, 0, '', '', '', 0);
@@ -108,7 +113,21 @@ int CreatePrivateFile(const std::string& path) {
   return open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
 }
 
+// Opens (creating it when missing) the companion file that writers read to announce a commit; a
+// read reports an access only when it reads a byte, so the file holds one.
+int OpenAnnounceFile(const std::string& path) {
+  const int fd = CreatePrivateFile(path);
+  struct stat status;
+  if (fd >= 0 && fstat(fd, &status) == 0 && status.st_size == 0 && pwrite(fd, "", 1, 0) != 1) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
 }  // namespace
+
+std::string AnnounceFileName(const std::string& store_path) { return store_path + "-changed"; }
 
 std::string HiveFileName(Hive hive) {
   static constexpr std::array<const char*, kHiveCount> kNames = {
@@ -310,14 +329,27 @@ int WaitWhileBusy(void* /*context*/, int attempts) {
 DWORD Configure(sqlite3* db) {
   sqlite3_busy_handler(db, WaitWhileBusy, nullptr);
   sqlite3_extended_result_codes(db, 1);
-  DWORD error = ERROR_SUCCESS;
-  if (QueryText(db, "PRAGMA journal_mode=WAL", &error) != "wal" && error == ERROR_SUCCESS)
+  DWORD error = ExecuteScript(db, kStorePragmas);
+  if (error == ERROR_SUCCESS && QueryText(db, "PRAGMA journal_mode", &error) != "wal" &&
+      error == ERROR_SUCCESS)
     error = ERROR_REGISTRY_IO_FAILED;
-  if (error == ERROR_SUCCESS) error = ExecuteScript(db, "PRAGMA synchronous=NORMAL");
   if (error != ERROR_SUCCESS) return error;
   const std::string check = QueryText(db, "PRAGMA quick_check", &error);
   if (error == ERROR_SUCCESS && check != "ok") error = ERROR_REGISTRY_CORRUPT;
   return error;
+}
+
+// Checks that a database is one of this store, and gives a store made before values carried
+// their write time that column. Code that does not know the column still reads and writes such a
+// store correctly (its writes set the key's row), so the format stays the same.
+DWORD UpgradeSchema(sqlite3* db) {
+  DWORD error = ERROR_SUCCESS;
+  const std::string format = QueryText(db, "SELECT value FROM meta WHERE name = 'format'", &error);
+  if (error != ERROR_SUCCESS || format != kFormat) return ERROR_REGISTRY_CORRUPT;
+  const std::string has_written = QueryText(
+      db, "SELECT count(*) FROM pragma_table_info('vals') WHERE name = 'written'", &error);
+  if (error != ERROR_SUCCESS || has_written != "0") return error;
+  return ExecuteScript(db, "ALTER TABLE vals ADD COLUMN written INTEGER NOT NULL DEFAULT 0");
 }
 
 // Creates the tables in an empty database, or checks that a database is one of this store;
@@ -330,9 +362,7 @@ DWORD PrepareSchema(sqlite3* db, const std::string& boot_id) {
   if (error == ERROR_SUCCESS && tables == "0") {
     error = ExecuteScript(db, std::string(kSchema).c_str());
   } else if (error == ERROR_SUCCESS) {
-    const std::string format =
-        QueryText(db, "SELECT value FROM meta WHERE name = 'format'", &error);
-    if (error != ERROR_SUCCESS || format != kFormat) error = ERROR_REGISTRY_CORRUPT;
+    error = UpgradeSchema(db);
   }
   if (error == ERROR_SUCCESS) {
     sqlite3_stmt* purge = nullptr;
@@ -363,8 +393,8 @@ DWORD HiveStore::Open(const StoreSettings& settings, Hive hive, std::shared_ptr<
   const int database_fd = CreatePrivateFile(path);
   if (database_fd < 0) return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_REGISTRY_IO_FAILED;
   close(database_fd);
-  const int touch_fd = CreatePrivateFile(path + "-changed");
-  if (touch_fd < 0) return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_REGISTRY_IO_FAILED;
+  const int announce_fd = OpenAnnounceFile(AnnounceFileName(path));
+  if (announce_fd < 0) return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_REGISTRY_IO_FAILED;
 
   sqlite3* db = nullptr;
   DWORD error = ErrorOf(sqlite3_open_v2(
@@ -374,26 +404,26 @@ DWORD HiveStore::Open(const StoreSettings& settings, Hive hive, std::shared_ptr<
   if (error == ERROR_SUCCESS) error = PrepareSchema(db, settings.boot_id);
   if (error != ERROR_SUCCESS) {
     sqlite3_close(db);
-    close(touch_fd);
+    close(announce_fd);
     return error;
   }
-  store->reset(new HiveStore(db, settings, file_name, touch_fd));
+  store->reset(new HiveStore(db, settings, file_name, announce_fd));
   return ERROR_SUCCESS;
 }
 
 HiveStore::HiveStore(sqlite3* db, const StoreSettings& settings, std::string file_name,
-                     int touch_fd)
+                     int announce_fd)
     : db_(db),
       statements_(kSqlCount, nullptr),
       directory_(settings.directory),
       boot_id_(settings.boot_id),
       file_name_(std::move(file_name)),
-      touch_fd_(touch_fd) {}
+      announce_fd_(announce_fd) {}
 
 HiveStore::~HiveStore() NO_THREAD_SAFETY_ANALYSIS {
   for (sqlite3_stmt* statement : statements_) sqlite3_finalize(statement);
   sqlite3_close(db_);
-  close(touch_fd_);
+  close(announce_fd_);
 }
 
 sqlite3_stmt* HiveStore::Prepared(Sql sql) {
@@ -416,20 +446,24 @@ sqlite3_stmt* HiveStore::Prepared(Sql sql) {
       "WITH RECURSIVE below(id) AS (SELECT id FROM keys WHERE parent = ?1 UNION ALL "
       "SELECT keys.id FROM keys JOIN below ON keys.parent = below.id) "
       "DELETE FROM keys WHERE id IN below",
-      "INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5) "
-      "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data",
+      "INSERT INTO vals(key, name, folded, type, data, written) "
+      "SELECT ?1, ?2, ?3, ?4, ?5, ?6 WHERE EXISTS (SELECT 1 FROM keys WHERE id = ?1) "
+      "ON CONFLICT(key, folded) DO UPDATE SET "
+      "type = excluded.type, data = excluded.data, written = excluded.written",
       "INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5)",
       "SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2",
       "DELETE FROM vals WHERE key = ?1 AND folded = ?2",
-      "SELECT name, class, last_write FROM keys WHERE parent = ?1 ORDER BY folded "
-      "LIMIT 1 OFFSET ?2",
+      "SELECT name, class, max(last_write, "
+      "ifnull((SELECT max(written) FROM vals WHERE vals.key = keys.id), 0)) "
+      "FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
       "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY rowid LIMIT 1 OFFSET ?2",
       "SELECT count(*), max(length(name)), max(length(class)) FROM keys WHERE parent = ?1",
-      "SELECT count(*), max(length(name)), max(length(data)) FROM vals WHERE key = ?1",
+      "SELECT count(*), max(length(name)), max(length(data)), ifnull(max(written), 0) "
+      "FROM vals WHERE key = ?1",
       "UPDATE keys SET security = ?2, last_write = ?3 WHERE id = ?1",
       "SELECT id, name, class, last_write, security FROM keys "
       "WHERE parent = ?1 AND boot IS NULL ORDER BY folded",
-      "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY rowid",
+      "SELECT name, type, data, written FROM vals WHERE key = ?1 ORDER BY rowid",
       "INSERT INTO changes(path, kinds) VALUES(?1, ?2)",
       "DELETE FROM changes WHERE seq <= ?1",
       "SELECT ifnull(max(seq), 0) FROM changes",
@@ -446,7 +480,8 @@ sqlite3_stmt* HiveStore::Prepared(Sql sql) {
 DWORD HiveStore::Run(Sql sql) { return Statement(*this, sql).Execute(); }
 
 void HiveStore::Announce() {
-  futimens(touch_fd_, nullptr);
+  char byte;
+  [[maybe_unused]] const ssize_t read_count = pread(announce_fd_, &byte, 1, 0);
   WakeRegistryNotifier();
 }
 
@@ -594,15 +629,16 @@ DWORD HiveStore::DeleteKey(const KeyRef& parent, std::span<const RegName> path) 
 // ---------------------------------------------------------------------------------------------
 // Values
 
-DWORD HiveStore::InsertValue(const KeyRef& key, const RegName& name, DWORD type,
+// The value's row carries the time of the write, which is the key's last-write time from then
+// on; a key that is gone stores nothing (ERROR_KEY_DELETED).
+DWORD HiveStore::UpsertValue(const KeyRef& key, const RegName& name, DWORD type,
                              std::span<const BYTE> data) {
-  Statement upsert(*this, kUpsertValue);
-  return upsert.Bind(key.id)
-      .Bind(name.name)
-      .Bind(name.folded)
-      .Bind(std::int64_t{type})
-      .Bind(data)
-      .Execute();
+  {
+    Statement upsert(*this, kUpsertValue);
+    upsert.Bind(key.id).Bind(name.name).Bind(name.folded).Bind(std::int64_t{type}).Bind(data);
+    if (DWORD error = upsert.Bind(static_cast<std::int64_t>(Now())).Execute()) return error;
+  }
+  return sqlite3_changes(db_) == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
 }
 
 DWORD HiveStore::SetValue(const KeyRef& key, const RegName& name, DWORD type,
@@ -610,8 +646,7 @@ DWORD HiveStore::SetValue(const KeyRef& key, const RegName& name, DWORD type,
   CriticalSectionLock lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
-  if (DWORD error = Touch(key)) return error;
-  if (DWORD error = InsertValue(key, name, type, data)) return error;
+  if (DWORD error = UpsertValue(key, name, type, data)) return error;
   if (DWORD error = LogChange(key.path, REG_NOTIFY_CHANGE_LAST_SET)) return error;
   return transaction.Commit(true);
 }
@@ -699,6 +734,7 @@ DWORD HiveStore::QueryInfo(const KeyRef& key, KeyInfo* info) {
     info->values = ToDword(values.Int(0));
     info->max_value_name_length = ToDword(values.Int(1));
     info->max_value_length = ToDword(values.Int(2));
+    info->last_write = std::max(info->last_write, static_cast<std::uint64_t>(values.Int(3)));
   }
   return transaction.Commit(false);
 }
@@ -746,6 +782,7 @@ DWORD HiveStore::SaveKey(std::int64_t id, SavedKey* tree, int depth) {
       const std::span<const BYTE> data = values.Blob(2);
       tree->values.push_back(SavedValue{values.Text(0), static_cast<DWORD>(values.Int(1)),
                                         std::vector<BYTE>(data.begin(), data.end())});
+      tree->last_write = std::max(tree->last_write, static_cast<std::uint64_t>(values.Int(3)));
     }
     if (result != SQLITE_DONE) return ErrorOf(result);
   }

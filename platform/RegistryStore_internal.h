@@ -8,11 +8,12 @@
 // is what lookups, uniqueness and the order of subkeys use.
 //
 // Every write is one IMMEDIATE transaction that also appends to a change log in the same
-// database. After it commits, the store touches a companion file (inotify reports that to every
-// process watching the directory) and wakes this process's notifier, which reads the log from the
-// last entry it saw and signals the registrations that a logged change concerns. Touching after
-// the commit, rather than watching the database files, means a watcher that wakes always finds
-// the change committed.
+// database. After it commits, the store reads the one byte of a companion file (inotify reports
+// the access to every process watching that file) and wakes this process's notifier, which reads
+// the log from the last entry it saw and signals the registrations that a logged change concerns.
+// Announcing after the commit, rather than watching the database files, means a watcher that
+// wakes always finds the change committed. A read costs less than touching the file's times,
+// which dirties its inode; a touch (IN_ATTRIB) is still taken as an announcement.
 #pragma once
 
 #include <sqlite3.h>
@@ -86,13 +87,18 @@ struct KeyInfo {
   std::uint64_t last_write = 0;
 };
 
+// How every connection to a store is set up: write-ahead log, synced at checkpoints only.
+inline constexpr const char* kStorePragmas = "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;";
+
 struct StoreSettings {
   std::string directory;
   std::string boot_id;  // volatile keys made under another boot id are dropped on opening
 };
 
-// The file of `hive` in the store directory, and its companion that writers touch.
+// The file of `hive` in the store directory.
 std::string HiveFileName(Hive hive);
+// The companion file of a store file, which writers read after each commit; watchers watch it.
+std::string AnnounceFileName(const std::string& store_path);
 
 // The self-relative descriptor of a key that was never given one: revision 1, no parts.
 std::vector<BYTE> EmptySecurityDescriptor();
@@ -107,6 +113,7 @@ class HiveStore {
   HiveStore& operator=(const HiveStore&) = delete;
 
   const std::string& directory() const { return directory_; }
+  std::string announce_path() const { return AnnounceFileName(directory_ + "/" + file_name_); }
 
   // Creates the keys of `path` below `parent` that do not exist yet.
   DWORD CreateKey(const KeyRef& parent, std::span<const RegName> path,
@@ -149,7 +156,7 @@ class HiveStore {
   class Transaction;
   enum Sql : int;
 
-  HiveStore(sqlite3* db, const StoreSettings& settings, std::string file_name, int touch_fd);
+  HiveStore(sqlite3* db, const StoreSettings& settings, std::string file_name, int announce_fd);
 
   sqlite3_stmt* Prepared(Sql sql) REQUIRES(section_);
   DWORD Run(Sql sql) REQUIRES(section_);
@@ -166,7 +173,7 @@ class HiveStore {
   DWORD KeyExists(const KeyRef& key, DWORD error_if_present) REQUIRES(section_);
   DWORD SaveKey(std::int64_t id, SavedKey* tree, int depth) REQUIRES(section_);
   DWORD RestoreKey(const KeyRef& key, const SavedKey& tree, int depth) REQUIRES(section_);
-  DWORD InsertValue(const KeyRef& key, const RegName& name, DWORD type, std::span<const BYTE> data)
+  DWORD UpsertValue(const KeyRef& key, const RegName& name, DWORD type, std::span<const BYTE> data)
       REQUIRES(section_);
   // After a write committed: tells the processes watching the store.
   void Announce();
@@ -177,7 +184,7 @@ class HiveStore {
   const std::string directory_;
   const std::string boot_id_;
   const std::string file_name_;
-  const int touch_fd_;
+  const int announce_fd_;
 };
 
 // Wakes this process's notifier after a local write (defined with the notifier).

@@ -1,7 +1,9 @@
 #include "platform/Registry.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
+#include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -12,6 +14,7 @@
 #include "platform/RegistryFile_internal.h"
 #include "platform/RegistryFixture_internal.h"
 #include "platform/ScopedKey_internal.h"
+#include "platform/Time.h"
 
 namespace n7platform {
 namespace {
@@ -271,6 +274,71 @@ TEST_F(RegistryTest, QueryInfoCountsAndClassBuffer) {
   EXPECT_EQ(class_length, 32u);
 }
 
+std::uint64_t Number(FILETIME time) {
+  return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
+
+// The last-write time of `key` as RegQueryInfoKeyW reports it.
+std::uint64_t LastWrite(HKEY key) {
+  FILETIME time{};
+  EXPECT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                             nullptr, nullptr, nullptr, &time),
+            0);
+  return Number(time);
+}
+
+// The last-write time of the first subkey of `parent` as its enumeration reports it.
+std::uint64_t FirstSubkeyLastWrite(HKEY parent) {
+  wchar_t name[256];
+  DWORD length = 256;
+  FILETIME time{};
+  EXPECT_EQ(RegEnumKeyExW(parent, 0, name, &length, nullptr, nullptr, nullptr, &time), 0);
+  return Number(time);
+}
+
+// A key keeps the last-write time it was restored with, values and all, until something is
+// written to it; every view of the key then reports the time of that write.
+TEST_F(RegistryTest, LastWriteTimeFollowsWritesToTheKey) {
+  constexpr std::uint64_t kLongAgo = 0x01D9'0000'1234'5678ull;
+  internal::SavedKey tree;
+  internal::SavedKey& old = tree.subkeys.emplace_back();
+  old.name = "Old";
+  old.last_write = kLongAgo;
+  old.values.push_back({"Kept", REG_DWORD, {1, 0, 0, 0}});
+  const std::string dir = registry_.directory();
+  std::ofstream(dir + "/old.reg", std::ios::binary) << internal::EncodeSavedKey(tree);
+  const std::wstring wide_dir(dir.begin(), dir.end());
+
+  Key parent, key;
+  ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, L"Software\\Times", parent), 0);
+  ASSERT_EQ(RegRestoreKeyW(parent, (wide_dir + L"/old.reg").c_str(), 0), 0);
+  ASSERT_EQ(RegOpenKeyExW(parent, L"Old", 0, KEY_ALL_ACCESS, key.out()), 0);
+  EXPECT_EQ(LastWrite(key), kLongAgo);
+  EXPECT_EQ(FirstSubkeyLastWrite(parent), kLongAgo);
+
+  FILETIME before;
+  GetSystemTimeAsFileTime(&before);
+  ASSERT_EQ(SetNumber(key, L"Kept", 2), 0);
+  const std::uint64_t written = LastWrite(key);
+  EXPECT_GE(written, Number(before));
+  EXPECT_EQ(FirstSubkeyLastWrite(parent), written);
+
+  // A save carries the time of the write.
+  ASSERT_EQ(RegSaveKeyW(parent, (wide_dir + L"/new.reg").c_str(), nullptr), 0);
+  Key copy;
+  ASSERT_EQ(Create(HKEY_CURRENT_USER, L"Copy", copy), 0);
+  ASSERT_EQ(RegRestoreKeyW(copy, (wide_dir + L"/new.reg").c_str(), 0), 0);
+  EXPECT_EQ(FirstSubkeyLastWrite(copy), written);
+
+  // Deleting a value is a write too.
+  ASSERT_EQ(RegRestoreKeyW(parent, (wide_dir + L"/old.reg").c_str(), 0), 0);
+  Key again;
+  ASSERT_EQ(RegOpenKeyExW(parent, L"Old", 0, KEY_ALL_ACCESS, again.out()), 0);
+  EXPECT_EQ(LastWrite(again), kLongAgo);
+  ASSERT_EQ(RegDeleteValueW(again, L"Kept"), 0);
+  EXPECT_GE(LastWrite(again), written);
+}
+
 TEST_F(RegistryTest, DeletingKeys) {
   Key parent, child;
   ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, L"Software\\Del\\Child", child), 0);
@@ -427,6 +495,30 @@ TEST_F(RegistryTest, CorruptStoreFileGivesAClearError) {
 
   // Another hive is unaffected.
   EXPECT_EQ(Create(HKEY_CLASSES_ROOT, L"Anything", key), 0);
+}
+
+// Stores made before values carried their own write time open, read and take writes.
+TEST_F(RegistryTest, StoreWithoutValueTimesIsBroughtUpToDate) {
+  {
+    Key key;
+    ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, L"Software\\Older", key), 0);
+    ASSERT_EQ(SetText(key, L"Kept", L"kept"), 0);
+  }
+  registry_.Restart("boot-1");
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(registry_.HiveFile(Hive::kLocalMachine).c_str(), &db), SQLITE_OK);
+  const int dropped =
+      sqlite3_exec(db, "ALTER TABLE vals DROP COLUMN written", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  ASSERT_EQ(dropped, SQLITE_OK);
+
+  Key key;
+  ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Older", 0, KEY_ALL_ACCESS, key.out()), 0);
+  EXPECT_EQ(GetText(key, L"Kept"), L"kept");
+  const std::uint64_t before = LastWrite(key);
+  ASSERT_EQ(SetText(key, L"Kept", L"changed"), 0);
+  EXPECT_EQ(GetText(key, L"Kept"), L"changed");
+  EXPECT_GE(LastWrite(key), before);
 }
 
 TEST_F(RegistryTest, TruncatedStoreFileGivesAClearError) {
