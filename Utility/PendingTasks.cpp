@@ -8,6 +8,7 @@
 
 #include "Utility/PendingTasks_internal.h"
 
+#include <compare>
 #include <utility>
 
 namespace n7utility::internal {
@@ -23,6 +24,9 @@ struct PendingTasks::Node {
 
 namespace {
 
+constexpr std::size_t kFirstBlockNodes = 8;
+constexpr std::size_t kBlockDoublings = 5;  // up to blocks of 256 nodes
+
 // Run order: due time, then identity. Two pending tasks never tie.
 bool RunsBefore(const TaskRecord& a, const TaskRecord& b) {
   if (a.due != b.due) return a.due < b.due;
@@ -31,33 +35,8 @@ bool RunsBefore(const TaskRecord& a, const TaskRecord& b) {
 
 }  // namespace
 
-PendingTasks::Node* PendingTasks::RotateRight(Node* node) {
-  Node* top = node->left;
-  node->left = top->right;
-  top->right = node;
-  return top;
-}
-
-PendingTasks::Node* PendingTasks::RotateLeft(Node* node) {
-  Node* top = node->right;
-  node->right = top->left;
-  top->left = node;
-  return top;
-}
-
-PendingTasks::~PendingTasks() {
-  // Rotates until the root has no left child, then frees the root: no stack, no recursion.
-  Node* node = m_byIdentity;
-  while (node != nullptr) {
-    if (node->left != nullptr) {
-      node = RotateRight(node);
-    } else {
-      Node* right = node->right;
-      delete node;
-      node = right;
-    }
-  }
-}
+PendingTasks::PendingTasks() = default;
+PendingTasks::~PendingTasks() = default;
 
 const TaskRecord& PendingTasks::First() const { return m_first->task; }
 
@@ -72,7 +51,8 @@ bool PendingTasks::Insert(const TaskRecord& task) {
     }
     return true;
   }
-  Node* node = new Node{.task = task};
+  Node* node = m_pool.Allocate();
+  *node = Node{.task = task};
   LinkByIdentity(node);
   m_first = Meld(m_first, node);
   return false;
@@ -83,7 +63,8 @@ bool PendingTasks::Erase(const TaskIdentity& identity) {
   if (node == nullptr) return false;
   UnlinkFromRunOrder(node);
   UnlinkIdentityRoot();
-  delete node;
+  m_pool.Free(node);
+  if (empty()) m_pool.Release();  // an idle scheduler holds no memory
   return true;
 }
 
@@ -104,6 +85,20 @@ const TaskRecord* PendingTasks::LowerBound(const TaskIdentity& from) {
   return node != nullptr ? &node->task : nullptr;
 }
 
+PendingTasks::Node* PendingTasks::RotateRight(Node* node) {
+  Node* top = node->left;
+  node->left = top->right;
+  top->right = node;
+  return top;
+}
+
+PendingTasks::Node* PendingTasks::RotateLeft(Node* node) {
+  Node* top = node->right;
+  node->right = top->left;
+  top->left = node;
+  return top;
+}
+
 // Top-down splay: the search for `key` moves the nodes it passes into a tree of smaller and a tree
 // of larger nodes, rotating at every second step so that long paths halve, and ends with the
 // node it stopped on as the root over both. That node is the one of `key` when there is one.
@@ -116,7 +111,7 @@ PendingTasks::Node* PendingTasks::Splay(Node* root, const TaskIdentity& key) {
   Node* node = root;
   for (;;) {
     const auto order = key <=> IdentityOf(node->task);
-    if (order < 0) {
+    if (std::is_lt(order)) {
       if (node->left == nullptr) break;
       if (key < IdentityOf(node->left->task)) {
         node = RotateRight(node);
@@ -125,7 +120,7 @@ PendingTasks::Node* PendingTasks::Splay(Node* root, const TaskIdentity& key) {
       *larger_min = node;
       larger_min = &node->left;
       node = node->left;
-    } else if (order > 0) {
+    } else if (std::is_gt(order)) {
       if (node->right == nullptr) break;
       if (IdentityOf(node->right->task) < key) {
         node = RotateLeft(node);
@@ -227,6 +222,28 @@ void PendingTasks::UnlinkFromRunOrder(Node* node) {
   if (node->next != nullptr) node->next->prev = node->prev;
   node->next = node->prev = nullptr;
   m_first = Meld(m_first, children);
+}
+
+// Blocks hold 8 nodes at first, twice as many each time, at most 256: a small set holds little
+// memory, a large one makes few allocations and leaves at most the end of one block unused.
+PendingTasks::Node* PendingTasks::NodePool::Allocate() {
+  if (m_freed != nullptr) return std::exchange(m_freed, m_freed->next);
+  if (m_unused == m_unusedEnd) {
+    const std::size_t count = m_blocks.size() < kBlockDoublings
+                                  ? kFirstBlockNodes << m_blocks.size()
+                                  : kFirstBlockNodes << kBlockDoublings;
+    m_blocks.push_back(std::make_unique<Node[]>(count));
+    m_unused = m_blocks.back().get();
+    m_unusedEnd = m_unused + count;
+  }
+  return m_unused++;
+}
+
+void PendingTasks::NodePool::Free(Node* node) { node->next = std::exchange(m_freed, node); }
+
+void PendingTasks::NodePool::Release() {
+  m_blocks.clear();
+  m_unused = m_unusedEnd = m_freed = nullptr;
 }
 
 }  // namespace n7utility::internal

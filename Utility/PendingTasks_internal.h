@@ -1,7 +1,8 @@
 // The scheduler's pending tasks, kept in two orders at once: the order they run in (due time,
 // then identity) and identity order, which answers "is it pending", "remove it" and "remove all
 // of one object or one context". Each task is a single node that carries its record and the links
-// of both orders, so a pending task costs one allocation and nothing else.
+// of both orders, so a pending task costs one node and nothing else. Nodes come from blocks kept
+// until no task is pending, so a steady scheduler calls no allocator at all.
 //
 // The run order is a pairing heap and the identity order a splay tree. Both adjust themselves, so
 // a node holds no balance data, and every operation costs O(log n) amortized; adding a task to
@@ -9,7 +10,10 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 #include "platform/N7DateTime.h"
 
@@ -47,7 +51,7 @@ inline TaskIdentity IdentityOf(const TaskRecord& task) {
 
 class PendingTasks {
  public:
-  PendingTasks() = default;
+  PendingTasks();
   PendingTasks(const PendingTasks&) = delete;
   PendingTasks& operator=(const PendingTasks&) = delete;
   ~PendingTasks();
@@ -72,6 +76,23 @@ class PendingTasks {
  private:
   struct Node;
 
+  // Hands out nodes from blocks of growing size and keeps freed ones on a list for the next task.
+  // The blocks go back to the heap together, and only when no node is in use.
+  class NodePool {
+   public:
+    // Throws std::bad_alloc when a new block finds no memory.
+    Node* Allocate();
+    void Free(Node* node);
+    // Frees every block; no node may be in use.
+    void Release();
+
+   private:
+    std::vector<std::unique_ptr<Node[]>> m_blocks;
+    Node* m_unused = nullptr;  // the rest of the newest block, never handed out yet
+    Node* m_unusedEnd = nullptr;
+    Node* m_freed = nullptr;  // linked through `next`
+  };
+
   // Identity order.
   static Node* RotateRight(Node* node);
   static Node* RotateLeft(Node* node);
@@ -84,6 +105,7 @@ class PendingTasks {
   static Node* MeldSiblings(Node* first);
   void UnlinkFromRunOrder(Node* node);
 
+  NodePool m_pool;
   Node* m_first = nullptr;       // root of the run order
   Node* m_byIdentity = nullptr;  // root of the identity order
 };

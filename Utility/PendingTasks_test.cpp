@@ -58,6 +58,7 @@ TEST(PendingTasksTest, RunsByDueTimeThenCallbackContextAndIdAsUnsignedNumbers) {
   for (const TaskRecord& task : scrambled) EXPECT_FALSE(tasks.Insert(task));
 
   std::vector<Key> expected;
+  expected.reserve(in_order.size());
   for (const TaskRecord& task : in_order) expected.push_back(KeyOf(task));
   EXPECT_EQ(PopAll(tasks), expected);
 }
@@ -90,6 +91,24 @@ TEST(PendingTasksTest, ErasesAnyTaskAndFindsTheNextIdentity) {
   EXPECT_EQ(KeyOf(*tasks.LowerBound({1, 1, 5})), Key(1, 2, 0, 50));  // the next context
   EXPECT_EQ(KeyOf(*tasks.LowerBound({0, kHigh, 0})), Key(1, 1, 0, 50));
   EXPECT_EQ(tasks.LowerBound({1, 2, 5}), nullptr);
+}
+
+TEST(PendingTasksTest, LowerBoundFindsTheNextIdentityWhereverTheSearchEnds) {
+  PendingTasks tasks;
+  std::vector<unsigned long> ids(298);
+  for (unsigned long i = 0; i < ids.size(); ++i) ids[i] = i;
+  std::mt19937 random(11);
+  std::shuffle(ids.begin(), ids.end(), random);
+  for (unsigned long id : ids) {
+    if (id % 3 == 0) tasks.Insert(Task(1, 1, id, static_cast<std::int64_t>(id % 7)));
+  }
+  std::shuffle(ids.begin(), ids.end(), random);
+  for (unsigned long id : ids) {
+    const TaskRecord* found = tasks.LowerBound({1, 1, id});
+    ASSERT_NE(found, nullptr) << id;
+    EXPECT_EQ(found->id, (id + 2) / 3 * 3) << id;
+  }
+  EXPECT_EQ(tasks.LowerBound({1, 1, 298}), nullptr);
 }
 
 // The reference: the same tasks in two standard ordered containers.
