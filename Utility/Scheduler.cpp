@@ -76,8 +76,8 @@ class CScheduler {
   void DescheduleTasks(ASchedulerCallback* callback) EXCLUDES(m_lock);
 
  private:
-  // The operations proper, for callers that hold the lock already. The lock is re-entrant, but
-  // nested use goes through these so the thread-safety analysis can follow it.
+  // Scheduling proper, for callers that hold the lock already. The lock is re-entrant, but nested
+  // use goes through this so the thread-safety analysis can follow it.
   void ScheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
   void TraceDeschedule(const TaskRecord& task) REQUIRES(m_lock);
 
