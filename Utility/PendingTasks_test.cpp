@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
 #include <tuple>
@@ -96,7 +97,7 @@ TEST(PendingTasksTest, ErasesAnyTaskAndFindsTheNextIdentity) {
 TEST(PendingTasksTest, LowerBoundFindsTheNextIdentityWhereverTheSearchEnds) {
   PendingTasks tasks;
   std::vector<unsigned long> ids(298);
-  for (unsigned long i = 0; i < ids.size(); ++i) ids[i] = i;
+  std::iota(ids.begin(), ids.end(), 0ul);
   std::mt19937 random(11);
   std::shuffle(ids.begin(), ids.end(), random);
   for (unsigned long id : ids) {
