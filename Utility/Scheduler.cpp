@@ -1,10 +1,10 @@
 // The process-wide scheduler behind ASchedulerCallback.
 //
-// CScheduler keeps three ordered sets of task records under one re-entrant lock: the due queue
-// (by due time, then identity), the pending index (by identity; the same tasks) and the metering
-// table (by identity; the last metered due time of every identity ever metered). One dispatch
-// thread, begun by the first scheduling call, sleeps on a wake event until the first task is due,
-// then runs due tasks in queue order with the lock released around each callback.
+// CScheduler keeps, under one re-entrant lock, the pending tasks (in run order and in identity
+// order, see PendingTasks) and the metering table (by identity; the last metered due time of every
+// identity ever metered). One dispatch thread, begun by the first scheduling call, sleeps on a wake
+// event until the first task is due, then runs due tasks in run order with the lock released
+// around each callback.
 
 #include "Utility/Scheduler.h"
 
@@ -12,10 +12,9 @@
 #include <cstdint>
 #include <limits>
 #include <map>
-#include <memory_resource>
-#include <set>
 #include <sstream>
 
+#include "Utility/PendingTasks_internal.h"
 #include "Utility/Scheduler_internal.h"
 #include "core/classic_stream.h"
 #include "core/text.h"
@@ -31,6 +30,10 @@
 namespace {
 
 using N7OS::CN7DateTime;
+using n7utility::internal::IdentityOf;
+using n7utility::internal::PendingTasks;
+using n7utility::internal::TaskIdentity;
+using n7utility::internal::TaskRecord;
 
 constexpr char kSourceFile[] = "Utility/Scheduler";
 constexpr std::int8_t kTraceLevel = 61;
@@ -39,45 +42,6 @@ constexpr int kTraceSubtype = 2;
 // the thread early, which then finds nothing due and waits again.
 constexpr std::int64_t kLongestWaitMs = INFINITE - 1;
 
-// One task as the due queue holds it.
-struct TaskRecord {
-  ASchedulerCallback* callback;
-  void* context;
-  unsigned long id;
-  CN7DateTime due;
-};
-
-// What names a task: callback address, then context address (both as unsigned numbers), then id,
-// in that order of significance.
-struct TaskIdentity {
-  std::uintptr_t callback;
-  std::uintptr_t context;
-  unsigned long id;
-  // NOLINTNEXTLINE(modernize-use-nullptr): a false report on defaulted comparisons
-  friend auto operator<=>(const TaskIdentity&, const TaskIdentity&) = default;
-};
-
-TaskIdentity IdentityOf(const ASchedulerCallback* callback, const void* context, unsigned long id) {
-  return {reinterpret_cast<std::uintptr_t>(callback), reinterpret_cast<std::uintptr_t>(context),
-          id};
-}
-
-TaskIdentity IdentityOf(const TaskRecord& task) {
-  return IdentityOf(task.callback, task.context, task.id);
-}
-
-// Due-queue order: due time, then identity.
-struct ByDueTime {
-  bool operator()(const TaskRecord& a, const TaskRecord& b) const {
-    if (a.due != b.due) return a.due < b.due;
-    return IdentityOf(a) < IdentityOf(b);
-  }
-};
-
-using DueQueue = std::pmr::set<TaskRecord, ByDueTime>;
-// Every pending task by identity, with its place in the due queue, so that replacing or removing
-// a task costs one search.
-using PendingIndex = std::pmr::map<TaskIdentity, DueQueue::iterator>;
 // The last metered due time of every identity ever metered.
 using MeteringTable = std::map<TaskIdentity, CN7DateTime>;
 
@@ -112,16 +76,10 @@ class CScheduler {
   void DescheduleTasks(ASchedulerCallback* callback) EXCLUDES(m_lock);
 
  private:
-  // The operations proper, for callers that hold the lock already. The lock is re-entrant, but
-  // nested use goes through these so the thread-safety analysis can follow it.
+  // Scheduling proper, for callers that hold the lock already. The lock is re-entrant, but nested
+  // use goes through this so the thread-safety analysis can follow it.
   void ScheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
-  // Puts `task` in the due queue and the index, in place of a pending task of the same identity.
-  // When memory runs out it throws with both containers as they were.
-  void Enqueue(const TaskRecord& task) REQUIRES(m_lock);
-  void DescheduleTaskLocked(const TaskRecord& task) REQUIRES(m_lock);
   void TraceDeschedule(const TaskRecord& task) REQUIRES(m_lock);
-  // Takes a pending task out of both containers; returns the next pending entry.
-  PendingIndex::iterator Remove(PendingIndex::iterator pending) REQUIRES(m_lock);
 
   static UINT ThreadEntry(LPVOID self);
   UINT MemberThread() EXCLUDES(m_lock);
@@ -129,7 +87,8 @@ class CScheduler {
   bool StartThread() REQUIRES(m_lock);
   DWORD NextWaitMilliseconds() REQUIRES(m_lock);
   void RunDueTasks() REQUIRES(m_lock);
-  // Removes every pending task from the first one not less than `from` while `same_group` holds.
+  // Removes every pending task from the first one not less than `from` while `same_group` holds,
+  // in identity order.
   template <typename SameGroup>
   void DescheduleRange(const TaskIdentity& from, SameGroup same_group) REQUIRES(m_lock);
 
@@ -137,11 +96,7 @@ class CScheduler {
   bool m_wakePending GUARDED_BY(m_lock) = false;
   HANDLE m_wakeEvent GUARDED_BY(m_lock) = nullptr;
   CCriticalSection m_lock;
-  // Both containers draw their nodes from one pool: no allocator call per task and the nodes of
-  // a busy queue lie close together. The lock serialises every use of the pool.
-  std::pmr::unsynchronized_pool_resource m_nodePool GUARDED_BY(m_lock);
-  DueQueue m_dueQueue GUARDED_BY(m_lock){&m_nodePool};
-  PendingIndex m_pending GUARDED_BY(m_lock){&m_nodePool};
+  PendingTasks m_pending GUARDED_BY(m_lock);
   MeteringTable m_metering GUARDED_BY(m_lock);
   n7trace::intTopicHdl* const m_topic;
 };
@@ -171,33 +126,14 @@ void CScheduler::ScheduleTaskLocked(const TaskRecord& task) {
   // A task is queued even when the dispatch thread cannot start now: a later scheduling call
   // starts it, and it then runs what is due.
   if (!m_started) StartThread();
-  const bool wake = !m_wakePending && (m_dueQueue.empty() || task.due < m_dueQueue.begin()->due);
-  Enqueue(task);
+  const bool wake = !m_wakePending && (m_pending.empty() || task.due < m_pending.First().due);
+  if (m_pending.Insert(task)) TraceDeschedule(task);
   N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::ScheduleTask()", kSourceFile,
                    "ScheduleTaskAt({},{},{}) in {} sec")
       << task.callback->m_description << task.context << task.id << (task.due - CN7DateTime::now());
   if (wake && m_started) {
     m_wakePending = true;
     SetEvent(m_wakeEvent);
-  }
-}
-
-void CScheduler::Enqueue(const TaskRecord& task) {
-  const auto [queued, inserted] = m_dueQueue.insert(task);
-  if (!inserted) {  // the same task, due at the same time, replaces itself
-    TraceDeschedule(*queued);
-    return;
-  }
-  try {
-    const auto [pending, is_new] = m_pending.try_emplace(IdentityOf(task), queued);
-    if (!is_new) {
-      TraceDeschedule(*pending->second);
-      m_dueQueue.erase(pending->second);
-      pending->second = queued;
-    }
-  } catch (...) {
-    m_dueQueue.erase(queued);
-    throw;
   }
 }
 
@@ -217,7 +153,7 @@ bool CScheduler::StartThread() {
 void CScheduler::ScheduleTaskMetered(const TaskRecord& task, int period) {
   n7platform::CriticalSectionLock lock(m_lock);
   const TaskIdentity identity = IdentityOf(task);
-  if (m_pending.contains(identity)) return;
+  if (m_pending.Contains(identity)) return;
   auto [last_due, is_new] = m_metering.try_emplace(identity, task.due);
   TaskRecord next = task;
   if (!is_new) {
@@ -231,19 +167,12 @@ void CScheduler::ScheduleTaskMetered(const TaskRecord& task, int period) {
 
 bool CScheduler::IsScheduled(const TaskRecord& task) {
   n7platform::CriticalSectionLock lock(m_lock);
-  return m_pending.contains(IdentityOf(task));
+  return m_pending.Contains(IdentityOf(task));
 }
 
 void CScheduler::DescheduleTask(const TaskRecord& task) {
   n7platform::CriticalSectionLock lock(m_lock);
-  DescheduleTaskLocked(task);
-}
-
-void CScheduler::DescheduleTaskLocked(const TaskRecord& task) {
-  auto pending = m_pending.find(IdentityOf(task));
-  if (pending == m_pending.end()) return;
-  TraceDeschedule(*pending->second);
-  Remove(pending);
+  if (m_pending.Erase(IdentityOf(task))) TraceDeschedule(task);
 }
 
 void CScheduler::TraceDeschedule(const TaskRecord& task) {
@@ -251,14 +180,6 @@ void CScheduler::TraceDeschedule(const TaskRecord& task) {
                    "{}")
       << "DescheduleTask(" + task.callback->m_description + "," + PointerText(task.context) + "," +
              std::to_string(task.id) + ")";
-}
-
-PendingIndex::iterator CScheduler::Remove(PendingIndex::iterator pending) {
-  m_dueQueue.erase(pending->second);
-  auto next = m_pending.erase(pending);
-  // An idle scheduler gives its nodes back rather than keep them for its busiest moment.
-  if (m_pending.empty()) m_nodePool.release();
-  return next;
 }
 
 void CScheduler::DescheduleTasks(const TaskRecord& task) {
@@ -284,10 +205,10 @@ void CScheduler::DescheduleTasks(ASchedulerCallback* callback) {
 
 template <typename SameGroup>
 void CScheduler::DescheduleRange(const TaskIdentity& from, SameGroup same_group) {
-  auto found = m_pending.lower_bound(from);
-  while (found != m_pending.end() && same_group(found->first)) {
-    TraceDeschedule(*found->second);
-    found = Remove(found);
+  for (const TaskRecord* found = m_pending.LowerBound(from);
+       found != nullptr && same_group(IdentityOf(*found)); found = m_pending.LowerBound(from)) {
+    TraceDeschedule(*found);
+    m_pending.Erase(IdentityOf(*found));
   }
 }
 
@@ -309,17 +230,16 @@ UINT CScheduler::MemberThread() {
 }
 
 DWORD CScheduler::NextWaitMilliseconds() {
-  if (m_dueQueue.empty()) return INFINITE;
-  const std::int64_t seconds = m_dueQueue.begin()->due - CN7DateTime::now();
+  if (m_pending.empty()) return INFINITE;
+  const std::int64_t seconds = m_pending.First().due - CN7DateTime::now();
   if (seconds <= 0) return 0;
   if (seconds > kLongestWaitMs / 1000) return static_cast<DWORD>(kLongestWaitMs);
   return static_cast<DWORD>(seconds * 1000);
 }
 
 void CScheduler::RunDueTasks() {
-  while (!m_dueQueue.empty() && !(CN7DateTime::now() < m_dueQueue.begin()->due)) {
-    const TaskRecord task = *m_dueQueue.begin();
-    Remove(m_pending.find(IdentityOf(task)));
+  while (!m_pending.empty() && !(CN7DateTime::now() < m_pending.First().due)) {
+    const TaskRecord task = m_pending.PopFirst();
     N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::MemberThread()", kSourceFile,
                      "Running({},{},{})")
         << task.callback->m_description << task.context << task.id;

@@ -1,7 +1,8 @@
 // The scheduler against a plain std::multimap timer queue doing the same work.
 //
 // - ScheduleDeschedule/N: schedule N tasks at scattered times, then deschedule them all; the
-//   figure is time per operation, which must grow no faster than log N.
+//   figure is time per operation, which must grow no faster than log N. The ratios at the end
+//   compare its rate with the multimap's at each N.
 // - MemoryPerTask: heap bytes held per pending task.
 // - DispatchLatency: with 10^5 tasks pending, the time from scheduling a task due now to the
 //   start of its callback on the dispatch thread.
@@ -14,12 +15,15 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "Utility/Scheduler.h"
+#include "bench/ratio_reporter.h"
 #include "core/heap_counter_test.h"
 
 namespace {
@@ -212,6 +216,18 @@ void BM_Multimap_DispatchLatency(benchmark::State& state) {
   TimeDispatch(state, queue.started, [&] { queue.Schedule(NowPlus(0), {nullptr, 1}); });
 }
 
+// Prints the scheduler's rates as ratios to the multimap's at the same number of tasks.
+void PrintRatios(const n7bench::RatioTable& table) {
+  std::printf("\nRatios (operations per second: scheduler / multimap; above 1 is better)\n");
+  for (const char* tasks : {"/1000", "/10000", "/100000", "/1000000"}) {
+    const std::string ours = std::string("BM_Scheduler_ScheduleDeschedule") + tasks;
+    const double peer = table.Rate(std::string("BM_Multimap_ScheduleDeschedule") + tasks);
+    if (peer > 0 && table.Rate(ours) > 0) {
+      std::printf("%-40s %6.2f\n", ours.c_str(), table.Rate(ours) / peer);
+    }
+  }
+}
+
 }  // namespace
 
 BENCHMARK(BM_Scheduler_ScheduleDeschedule)
@@ -227,4 +243,4 @@ BENCHMARK(BM_Multimap_MemoryPerTask)->Arg(100'000)->Iterations(1);
 BENCHMARK(BM_Scheduler_DispatchLatency)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_Multimap_DispatchLatency)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) { return n7bench::RunWithRatios(argc, argv, PrintRatios); }
