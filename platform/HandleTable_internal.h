@@ -130,6 +130,24 @@ class HandleTable {
     return object;
   }
 
+  // Closes every open handle of the table; each object goes when the calls using it are done.
+  void RemoveAll() {
+    std::uint32_t used = 0;
+    {
+      const std::lock_guard lock(free_mutex_);
+      used = used_;
+    }
+    for (std::uint32_t index = 0; index < used; ++index) {
+      Slot* slot =
+          &chunks_[index >> kChunkBits].load(std::memory_order_acquire)[index & (kChunkSize - 1)];
+      slot->word.fetch_add(1, std::memory_order_acquire);
+      if ((slot->word.fetch_and(~kOpen, std::memory_order_acq_rel) & kOpen) != 0) {
+        live_.fetch_sub(1, std::memory_order_relaxed);
+      }
+      Unpin(slot);
+    }
+  }
+
   // Whether the slot, pinned by the caller, still belongs to `handle` and the handle is open.
   static bool StillOpen(const Slot* slot, const void* handle) {
     const std::uint64_t word = slot->word.load(std::memory_order_acquire);

@@ -17,9 +17,9 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "platform/HandleTable_internal.h"
 #include "platform/KernelObjects.h"
 #include "platform/NoDestructor.h"
 #include "platform/RegistryStore_internal.h"
@@ -38,7 +38,6 @@ constexpr REGSAM kEveryRight = KEY_ALL_ACCESS | ACCESS_SYSTEM_SECURITY;
 
 // A handle's number has this bit set (no pointer has, and no predefined key), and counts up
 // from there, so a closed handle is never valid again.
-constexpr std::uintptr_t kHandleTag = std::uintptr_t{1} << 62;
 
 struct OpenKey {
   std::shared_ptr<HiveStore> store;
@@ -95,37 +94,30 @@ class Registry {
 
   // The open key behind `key`, a predefined key (its store opened on first use) or a handle.
   DWORD Find(HKEY key, std::shared_ptr<const OpenKey>* open) EXCLUDES(section_) {
-    CriticalSectionLock lock(section_);
-    if (const std::optional<Hive> hive = PredefinedHive(key)) return Root(*hive, open);
-    const auto found = handles_.find(reinterpret_cast<std::uintptr_t>(key));
-    if (found == handles_.end()) return ERROR_INVALID_HANDLE;
-    *open = found->second;
-    return ERROR_SUCCESS;
-  }
-
-  HKEY Insert(std::shared_ptr<const OpenKey> open) EXCLUDES(section_) {
-    CriticalSectionLock lock(section_);
-    const std::uintptr_t number = kHandleTag | ++handle_count_;
-    handles_.emplace(number, std::move(open));
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle is a number, never dereferenced
-    return reinterpret_cast<HKEY>(number);
-  }
-
-  DWORD Remove(HKEY key) EXCLUDES(section_) {
-    if (PredefinedHive(key)) return ERROR_SUCCESS;
-    const auto number = reinterpret_cast<std::uintptr_t>(key);
-    {
+    if (const std::optional<Hive> hive = PredefinedHive(key)) {
       CriticalSectionLock lock(section_);
-      if (handles_.erase(number) == 0) return ERROR_INVALID_HANDLE;
+      return Root(*hive, open);
     }
-    EndRegistrations(number);
+    *open = handles_.Share(key);
+    return *open != nullptr ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+  }
+
+  // A new handle; null when the table is full.
+  HKEY Insert(std::shared_ptr<const OpenKey> open) {
+    return static_cast<HKEY>(handles_.Insert(std::move(open)));
+  }
+
+  DWORD Remove(HKEY key) {
+    if (PredefinedHive(key)) return ERROR_SUCCESS;
+    if (handles_.Remove(key) == nullptr) return ERROR_INVALID_HANDLE;
+    EndRegistrations(reinterpret_cast<std::uintptr_t>(key));
     return ERROR_SUCCESS;
   }
 
   void Use(const StoreSettings* settings) EXCLUDES(section_) {
+    handles_.RemoveAll();
     {
       CriticalSectionLock lock(section_);
-      handles_.clear();
       roots_ = {};
       settings_.reset();
       if (settings != nullptr) settings_ = *settings;
@@ -150,8 +142,7 @@ class Registry {
   CCriticalSection section_;
   std::optional<StoreSettings> settings_ GUARDED_BY(section_);
   std::array<std::shared_ptr<const OpenKey>, kHiveCount> roots_ GUARDED_BY(section_);
-  std::unordered_map<std::uintptr_t, std::shared_ptr<const OpenKey>> handles_ GUARDED_BY(section_);
-  std::uintptr_t handle_count_ GUARDED_BY(section_) = 0;
+  HandleTable<const OpenKey> handles_{HandleKind::kRegistryKey};
 };
 
 Registry& TheRegistry() {
@@ -385,6 +376,7 @@ LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR sub_key, DWORD /*reserved*/, LPWSTR cl
                                  descriptor, &created, &outcome))
     return Status(error);
   *result = internal::NewHandle(*parent, std::move(created), desired);
+  if (*result == nullptr) return Status(ERROR_NOT_ENOUGH_MEMORY);
   if (disposition != nullptr) *disposition = outcome;
   return Status(ERROR_SUCCESS);
 }
@@ -411,7 +403,7 @@ LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR sub_key, DWORD /*options*/, REGSAM desir
   KeyRef opened;
   if (DWORD error = parent->store->OpenKey(parent->ref, names, &opened)) return Status(error);
   *result = n7platform::internal::NewHandle(*parent, std::move(opened), desired);
-  return Status(ERROR_SUCCESS);
+  return Status(*result != nullptr ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
 }
 
 LSTATUS RegOpenKeyW(HKEY key, LPCWSTR sub_key, PHKEY result) {
