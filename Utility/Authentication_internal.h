@@ -58,7 +58,7 @@ std::string make_public_password_props(const unsigned char* salt, std::size_t sa
 std::vector<unsigned char> decode_base64(std::string_view text);
 
 // The file label the login's errors carry, whichever file raises them.
-inline constexpr char kFileLabel[] = "Utility/Authentication";
+inline constexpr char kSourceFile[] = "Utility/Authentication";
 
 // Throws "error.n7crypto.srp.invalidArg.blob" with `message`, located at `function`, `line`.
 [[noreturn]] void raise_blob_error(const char* message, const char* function, int line);

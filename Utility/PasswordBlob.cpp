@@ -148,7 +148,7 @@ n7crypto::Key legacy_password_key(const std::vector<unsigned char>& salt, const 
 
 void raise_blob_error(const char* message, const char* function, int line) {
   n7core::throw_error(n7crypto::errors::srp_invalid_arg_blob, message,
-                      n7core::SourceLocation(function, kFileLabel, line));
+                      n7core::SourceLocation(function, kSourceFile, line));
 }
 
 std::vector<unsigned char> decode_base64(std::string_view text) {

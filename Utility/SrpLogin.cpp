@@ -66,7 +66,7 @@ int bounded_iterations(unsigned int iterations) {
 void require_known_algorithm(int algorithm, const char* function, int line) {
   if (algorithm != impl::kAlgorithmPbkdf2Sha256 && algorithm != impl::kAlgorithmLegacy) {
     n7core::throw_error(n7crypto::errors::srp_invalid_arg_hash_algorithm, "Unknown hash algorithm",
-                        n7core::SourceLocation(function, impl::kFileLabel, line));
+                        n7core::SourceLocation(function, impl::kSourceFile, line));
   }
 }
 

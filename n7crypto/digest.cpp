@@ -10,20 +10,20 @@
 namespace n7crypto::impl {
 namespace {
 
-constexpr const char* kFile = "n7crypto/digest";
+constexpr char kSourceFile[] = "n7crypto/digest";
 
 // A new context; OpenSSL returns null only when it cannot allocate.
 EVP_MD_CTX* new_context(const char* function) {
   EVP_MD_CTX* context = EVP_MD_CTX_new();
   if (context == nullptr) {
-    n7core::throw_winerror(n7core::SourceLocation(function, kFile, __LINE__), ERROR_OUTOFMEMORY,
+    n7core::throw_winerror(n7core::SourceLocation(function, kSourceFile, __LINE__), ERROR_OUTOFMEMORY,
                            true);
   }
   return context;
 }
 
 [[noreturn]] void raise_srp_error(const char* function, const char* message, int line) {
-  n7core::throw_error(errors::srp, message, n7core::SourceLocation(function, kFile, line));
+  n7core::throw_error(errors::srp, message, n7core::SourceLocation(function, kSourceFile, line));
 }
 
 void check_srp_step(int result, const char* function, const char* message, int line) {

@@ -108,7 +108,7 @@ constexpr SrpGroupParams kGroup3072 = group(kModulus3072, kGenerator5);
 
 // ---- Helpers ----
 
-constexpr const char* kFile = "n7crypto/srp";
+constexpr char kSourceFile[] = "n7crypto/srp";
 // Salts and verifiers shorter than this are refused.
 constexpr std::size_t kMinimumSaltLength = 16;
 
@@ -125,11 +125,11 @@ struct Bytes {
 
 [[noreturn]] void raise(const n7core::ErrorCode& code, const char* message, const char* function,
                         int line) {
-  n7core::throw_error(code, message, n7core::SourceLocation(function, kFile, line));
+  n7core::throw_error(code, message, n7core::SourceLocation(function, kSourceFile, line));
 }
 
 [[noreturn]] void raise_out_of_memory(const char* function, int line) {
-  n7core::throw_winerror(n7core::SourceLocation(function, kFile, line), ERROR_OUTOFMEMORY, true);
+  n7core::throw_winerror(n7core::SourceLocation(function, kSourceFile, line), ERROR_OUTOFMEMORY, true);
 }
 
 // Big numbers may hold secrets: every one is wiped before it is freed.
