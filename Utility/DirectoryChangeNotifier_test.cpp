@@ -1,7 +1,6 @@
 #include "Utility/DirectoryChangeNotifier.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,6 +10,7 @@
 
 #include "Utility/WaitableObjects.h"
 #include "platform/KernelObjects.h"
+#include "platform/TempDir_test.h"
 
 namespace {
 
@@ -19,22 +19,7 @@ namespace fs = std::filesystem;
 // Long enough for any change to arrive; a correct run never waits that long.
 constexpr unsigned long kArrival = 30000;
 
-// A fresh temporary directory, removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (fs::temp_directory_path() / "n7notify.XXXXXX").string();
-    path_ = mkdtemp(pattern.data());
-  }
-  ~TempDir() { fs::remove_all(path_); }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
+using n7platform::test_support::TempDir;
 
 void Touch(const fs::path& path) { std::ofstream(path) << "x"; }
 

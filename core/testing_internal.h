@@ -11,6 +11,7 @@ namespace n7core::test_support {
 struct ThrownError {
   std::string code;  // empty when nothing was thrown
   std::string message;
+  std::string function;  // where it was raised
 };
 
 template <typename Action>
@@ -18,7 +19,7 @@ ThrownError thrown_error(Action&& action) {
   try {
     action();
   } catch (const ErrorException& e) {
-    return {e.info().code().name(), e.info().message()};
+    return {e.info().code().name(), e.info().message(), e.info().location().function()};
   }
   return {};
 }

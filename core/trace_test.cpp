@@ -18,6 +18,7 @@
 #include "core/GlobalLocale_test.h"
 #include "core/heap_counter_test.h"
 #include "core/trace_internal.h"
+#include "platform/TempDir_test.h"
 
 namespace n7trace {
 namespace {
@@ -43,22 +44,6 @@ std::vector<std::string> output_lines_of(const std::string& topic) {
   }
   return lines;
 }
-
-class TempFile {
- public:
-  TempFile() {
-    char name[] = "/tmp/n7trace_test_XXXXXX";
-    const int fd = mkstemp(name);
-    EXPECT_GE(fd, 0);
-    close(fd);
-    path_ = name;
-  }
-  ~TempFile() { unlink(path_.c_str()); }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 struct SavedRecord {
   std::string topic;
@@ -231,13 +216,13 @@ TraceRecord sample_record(std::string_view text) {
 }
 
 TEST(TraceManagerTest, WritesOneLinePerMessageToTheOutputFile) {
-  TempFile file;
+  const n7platform::test_support::TempDir dir;
   internal::TraceConfig config;
-  config.output_path = file.path();
+  config.output_path = dir / "trace.log";
   internal::TraceManager manager(config);
   manager.write(sample_record("two\nlines\r"));
   manager.write(sample_record("second"));
-  EXPECT_THAT(read_lines(file.path()),
+  EXPECT_THAT(read_lines(config.output_path),
               ::testing::ElementsAre(
                   "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): two\\nlines\\r",
                   "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): second"));
@@ -316,15 +301,10 @@ TEST(TraceConcurrencyTest, ManyThreadsTraceWholeLines) {
 // Points the process-wide trace output at a file of this run and configures two topics, before
 // any test makes the manager read the environment.
 int main(int argc, char** argv) {
-  char path[] = "/tmp/n7trace_test_output_XXXXXX";
-  const int fd = mkstemp(path);
-  if (fd < 0) return 1;
-  close(fd);
-  n7trace::g_output_path = path;
-  setenv("N7_TRACE_FILE", path, 1);                             // NOLINT(concurrency-mt-unsafe)
+  const n7platform::test_support::TempDir dir;
+  n7trace::g_output_path = dir / "output";
+  setenv("N7_TRACE_FILE", n7trace::g_output_path.c_str(), 1);   // NOLINT(concurrency-mt-unsafe)
   setenv("N7_TRACE", "Env Topic=5, Env Spaced Topic = -3", 1);  // NOLINT(concurrency-mt-unsafe)
   ::testing::InitGoogleTest(&argc, argv);
-  const int result = RUN_ALL_TESTS();
-  unlink(path);
-  return result;
+  return RUN_ALL_TESTS();
 }

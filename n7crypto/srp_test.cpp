@@ -6,10 +6,8 @@
 #include <cctype>
 #include <cstring>
 #include <functional>
-#include <latch>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -320,28 +318,6 @@ TEST(SrpContextTest, ProofsOfAnotherKeyAreRejected) {
   l.m2.data()[31] ^= 1;
   EXPECT_FALSE(srp.client_verify(l.A.data(), l.A.size(), l.m1.data(), l.m1.size(), l.clientK,
                                  l.m2.data(), l.m2.size()));
-}
-
-TEST(SrpContextTest, ManyThreadsLogInAtOnceOnTheSharedContext) {
-  constexpr int kThreads = 4;
-  constexpr int kLogins = 5;
-  std::latch start(kThreads);
-  std::vector<int> completed(kThreads, 0);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      start.arrive_and_wait();
-      for (int i = 0; i < kLogins; ++i) {
-        const Login l = run_login(get_default_srp_context());
-        if (l.clientAccepted && bytes_of(l.clientK) == bytes_of(l.serverK)) {
-          ++completed[static_cast<std::size_t>(t)];
-        }
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(completed, std::vector<int>(kThreads, kLogins));
 }
 
 }  // namespace

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
 #include <string>
 
 #include "platform/RegistryStore_internal.h"
+#include "platform/TempDir_test.h"
 
 namespace n7platform {
 
@@ -16,16 +15,8 @@ namespace n7platform {
 // restart would, and reopens under the given boot id (another id is a machine restart).
 class TemporaryRegistry {
  public:
-  explicit TemporaryRegistry(std::string boot_id = "boot-1") {
-    std::string pattern = (std::filesystem::temp_directory_path() / "n7registry.XXXXXX").string();
-    if (mkdtemp(pattern.data()) != nullptr) directory_ = pattern;
-    Restart(std::move(boot_id));
-  }
-  ~TemporaryRegistry() {
-    internal::UseRegistryStore(nullptr);
-    std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
-  }
+  explicit TemporaryRegistry(std::string boot_id = "boot-1") { Restart(std::move(boot_id)); }
+  ~TemporaryRegistry() { internal::UseRegistryStore(nullptr); }
   TemporaryRegistry(const TemporaryRegistry&) = delete;
   TemporaryRegistry& operator=(const TemporaryRegistry&) = delete;
 
@@ -40,7 +31,8 @@ class TemporaryRegistry {
   }
 
  private:
-  std::string directory_;
+  test_support::TempDir scratch_;
+  std::string directory_ = scratch_.path().string();
 };
 
 class RegistryTest : public ::testing::Test {

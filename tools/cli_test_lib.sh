@@ -21,9 +21,9 @@ run() {
 }
 
 # matches FILE PATTERN: FILE has a line matching the extended regular expression PATTERN; an empty
-# PATTERN means FILE must be empty.
+# PATTERN means FILE must be empty, and "*" that anything goes.
 matches() {
-  if [[ -z $2 ]]; then [[ ! -s $1 ]]; else grep -Eq -- "$2" "$1"; fi
+  if [[ -z $2 ]]; then [[ ! -s $1 ]]; elif [[ $2 == '*' ]]; then true; else grep -Eq -- "$2" "$1"; fi
 }
 
 # same_output TEXT: the standard output of the last run is TEXT (trailing newlines aside).
@@ -52,6 +52,17 @@ expect_match() {
   shift 3
   run "$@"
   matches "$scratch/out" "$pattern"
+  check "$name" "$expected_status" $?
+}
+
+# expect_output NAME STATUS STDOUT STDERR_PATTERN COMMAND ARGS...: runs the command and checks its
+# exit status, its exact standard output (see same_output) and that its standard error matches
+# STDERR_PATTERN (see matches).
+expect_output() {
+  local name=$1 expected_status=$2 expected=$3 err_pattern=$4
+  shift 4
+  run "$@"
+  same_output "$expected" && matches "$scratch/err" "$err_pattern"
   check "$name" "$expected_status" $?
 }
 

@@ -12,24 +12,15 @@
 #include <utility>
 #include <vector>
 
+#include "platform/TempDir_test.h"
+
 namespace n7test {
 
 // How long a test waits for a daemon to become ready or to deliver what it was sent. Generous:
 // the machine may be busy building, and the waits end as soon as the condition holds.
 inline constexpr std::chrono::seconds kDaemonDeadline{60};
 
-// A temporary directory, removed with its contents on destruction.
-class TempDir {
- public:
-  TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  ~TempDir();
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
+using n7platform::test_support::TempDir;
 
 // A child process with its standard output on a pipe. Stop() (or the destructor) kills it and
 // waits for it.

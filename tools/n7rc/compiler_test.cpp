@@ -7,15 +7,21 @@
 #include <fstream>
 #include <string>
 
+#include "platform/TempDir_test.h"
+
 namespace n7rc {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-CompiledResources compile_text(std::string_view text) {
-  return compile(text, std::filesystem::path(::testing::TempDir()));
+// The directory that file resources are read from.
+const std::filesystem::path& data_directory() {
+  static const n7platform::test_support::TempDir directory;
+  return directory.path();
 }
+
+CompiledResources compile_text(std::string_view text) { return compile(text, data_directory()); }
 
 const Resource& find(const CompiledResources& compiled, std::uint16_t type, std::uint16_t name,
                      std::uint16_t language) {
@@ -76,7 +82,7 @@ TEST(ResourceCompilerTest, MessagesGoIntoOneTablePerLanguageWithRunsOfIds) {
 }
 
 TEST(ResourceCompilerTest, BinaryItemsFromBytesTextAndFiles) {
-  const std::filesystem::path data = std::filesystem::path(::testing::TempDir()) / "n7rc data";
+  const std::filesystem::path data = data_directory() / "n7rc data";
   std::ofstream(data, std::ios::binary) << "\x01\x02";
   const CompiledResources compiled = compile_text(
       "resource RCDATA 5 bytes 00 ff 7A\n"

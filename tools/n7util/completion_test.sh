@@ -8,7 +8,8 @@ export LC_ALL=C
 n7util=$1
 # shellcheck source=/dev/null
 source "$2" || exit 1
-failures=0
+# shellcheck source=SCRIPTDIR/../cli_test_lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 
 # Its arguments, sorted, on one line separated by spaces.
 words() { printf '%s\n' "$@" | sort | paste -sd ' ' -; }
@@ -22,12 +23,7 @@ expect() {
   _n7util
   local actual
   actual=$(words "${COMPREPLY[@]}")
-  if [[ $actual != "$2" ]]; then
-    echo "FAIL: '$1': offered '$actual', expected '$2'"
-    failures=$((failures + 1))
-  else
-    echo "ok: '$1'"
-  fi
+  [[ $actual == "$2" ]] || fail "'$1': offered '$actual', expected '$2'"
 }
 
 table=$("$n7util" --commands) || exit 1
@@ -48,7 +44,4 @@ expect "n7util demo " "--help"
 expect "n7util reg query " ""
 expect "n7util frobnicate " ""
 
-if ((failures > 0)); then
-  echo "$failures check(s) failed"
-  exit 1
-fi
+finish

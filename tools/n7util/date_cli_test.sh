@@ -12,11 +12,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 # exit status, its exact standard output and that standard error is an "n7util: " line matching
 # the extended regular expression ("" = must be empty).
 expect() {
-  local expected_status=$1 expected=$2 err_pattern=$3
-  shift 3
-  run "$n7util" date "$@"
-  same_output "$expected" && matches "$scratch/err" "${err_pattern:+^n7util: .*$err_pattern}"
-  check "n7util date $*" "$expected_status" $?
+  expect_output "n7util date ${*:4}" "$1" "$2" "${3:+^n7util: .*$3}" "$n7util" date "${@:4}"
 }
 
 # fields NUMBER MONTH DAY YEAR WEEKDAY TEXT VALID: the lines of `show` and `julian`.

@@ -6,26 +6,14 @@
 set -uo pipefail
 
 n7util=$1
-failures=0
+# shellcheck source=SCRIPTDIR/../cli_test_lib.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 
 # expect STATUS EXPECTED_STDOUT COMMAND...: runs COMMAND and checks its exit status and output.
-expect() {
-  local status=$1 expected=$2
-  shift 2
-  local out actual
-  out=$("$@" 2>/dev/null)
-  actual=$?
-  if ((actual != status)) || [[ $out != "$expected" ]]; then
-    echo "FAIL: $*: exit $actual (expected $status), output '$out' (expected '$expected')"
-    failures=$((failures + 1))
-  fi
-}
+expect() { expect_output "$*" "$1" "$2" '*' "${@:3}"; }
 
 stored=$(printf 'Night-Shift 7\n' | "$n7util" passwd make Operator)
-if [[ ${#stored} -ne 44 ]]; then
-  echo "FAIL: passwd make gave '$stored'"
-  failures=$((failures + 1))
-fi
+[[ ${#stored} -eq 44 ]] || fail "passwd make gave '$stored'"
 expect 0 match sh -c "printf 'Night-Shift 7\n' | '$n7util' passwd check OPERATOR '$stored'"
 expect 0 match sh -c "printf '64448744387' | '$n7util' passwd check operator '$stored' --keypad"
 expect 1 "no match" sh -c "printf 'night-shift 7\n' | '$n7util' passwd check Operator '$stored'"
@@ -35,24 +23,18 @@ expect 0 "22*1" "$n7util" passwd keymap Ab-1 --mark-others
 expect 2 "" "$n7util" passwd keymap
 expect 2 "" "$n7util" passwd frob
 
-workdir=$(mktemp -d)
-trap 'rm -rf "$workdir"' EXIT
-printf 'Night-Shift 7\n' | "$n7util" passwd blob Operator >"$workdir/blob"
-salt=$("$n7util" passwd props "$workdir/blob" | tr -d '\r' | sed -n 's|^  <salt>\(.*\)</salt>$|\1|p')
-if [[ ${#salt} -ne 44 ]]; then
-  echo "FAIL: passwd props of a new blob gave salt '$salt'"
-  failures=$((failures + 1))
-fi
+printf 'Night-Shift 7\n' | "$n7util" passwd blob Operator >"$scratch/blob"
+salt=$("$n7util" passwd props "$scratch/blob" | tr -d '\r' | sed -n 's|^  <salt>\(.*\)</salt>$|\1|p')
+[[ ${#salt} -eq 44 ]] || fail "passwd props of a new blob gave salt '$salt'"
 expect 0 "<passwd-props>
   <salt>$salt</salt>
   <alg>PBKDF2-SHA256</alg>
   <iterations>1024</iterations>
-</passwd-props>" sh -c "'$n7util' passwd props - <'$workdir/blob' | tr -d '\r'"
+</passwd-props>" sh -c "'$n7util' passwd props - <'$scratch/blob' | tr -d '\r'"
 expect 1 "" sh -c "printf '\n' | '$n7util' passwd blob Operator"
-printf 'legacy' >"$workdir/unknown"
-expect 1 "" "$n7util" passwd props "$workdir/unknown"
-expect 2 "" "$n7util" passwd props "$workdir/missing"
+printf 'legacy' >"$scratch/unknown"
+expect 1 "" "$n7util" passwd props "$scratch/unknown"
+expect 2 "" "$n7util" passwd props "$scratch/missing"
 expect 2 "" "$n7util" passwd blob
 
-((failures == 0)) && echo "ok: n7util passwd"
-exit $((failures == 0 ? 0 : 1))
+finish

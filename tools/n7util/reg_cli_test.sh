@@ -10,13 +10,7 @@ source "$(dirname "${BASH_SOURCE[0]}")/../cli_test_lib.sh"
 export N7_REGISTRY_DIR=$scratch/store
 
 # expect NAME STATUS EXPECTED_STDOUT ARGS...: runs n7util and compares status and output.
-expect() {
-  local name=$1 expected_status=$2 expected=$3
-  shift 3
-  run "$n7util" "$@"
-  same_output "$expected"
-  check "$name" "$expected_status" $?
-}
+expect() { expect_output "$1" "$2" "$3" '*' "$n7util" "${@:4}"; }
 
 key='HKCU\Software\N7Test'
 expect "set text" 0 "" reg set "$key" --value Name --data 'héllo wörld'

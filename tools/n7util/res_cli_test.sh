@@ -12,16 +12,8 @@ cp "$2" "$scratch/Host.dll"
 cp "$3" "$scratch/res/HostRes.de.dll"
 library=$4
 
-# expect NAME STATUS STDOUT STDERR_PATTERN ARGS...: runs n7util and checks its exit status, its
-# exact standard output, and that standard error matches the extended regular expression
-# ("" = must be empty).
-expect() {
-  local name=$1 expected_status=$2 out=$3 err_pattern=$4
-  shift 4
-  run "$n7util" "$@"
-  same_output "$out" && matches "$scratch/err" "$err_pattern"
-  check "$name" "$expected_status" $?
-}
+# expect NAME STATUS STDOUT STDERR_PATTERN ARGS...: runs n7util with ARGS (see expect_output).
+expect() { expect_output "$1" "$2" "$3" "$4" "$n7util" "${@:5}"; }
 
 expect "host string" 0 "host one" "" res string "$scratch/Host.dll" 1
 expect "German module" 0 "Hallo" "" res string "$scratch/Host.dll" 1 --lang 0x0407
