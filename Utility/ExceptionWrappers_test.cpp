@@ -169,7 +169,7 @@ TEST(ComExceptionTest, TextIsTheComErrorsCutToTheBuffer) {
   EXPECT_EQ(error.Error(), E_ACCESSDENIED);
 }
 
-TEST(ComExceptionTest, ErrorInfoReferencesAreTakenOverOrAdded) {
+TEST(ComExceptionTest, ErrorInfoReferencesAreTakenOverOrAddedAndThrowTakesThemOver) {
   CountedErrorInfo info;
   {
     const _com_error error(E_FAIL, &info);
@@ -180,10 +180,9 @@ TEST(ComExceptionTest, ErrorInfoReferencesAreTakenOverOrAdded) {
   info.references = 1;
   { CComException taken(E_FAIL, &info, FALSE); }
   EXPECT_EQ(info.references, 0u);
-}
 
-TEST(ComExceptionTest, ThrowRaisesAnAutoDeletingPointer) {
-  CountedErrorInfo info;
+  // Throw raises an auto-deleting pointer that takes the reference over.
+  info.references = 1;
   try {
     CComException::Throw(E_INVALIDARG, &info);
   } catch (CException* e) {

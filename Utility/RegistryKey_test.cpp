@@ -51,7 +51,7 @@ TEST_F(RegistryKeyTest, CloseOnAnEmptyKeyFailsWithBadKey) {
   EXPECT_EQ(CRegistryKey().GetValue(L"n", number), -1);
 }
 
-TEST_F(RegistryKeyTest, TextReadsAtMost1024Characters) {
+TEST_F(RegistryKeyTest, TextReadsAtMost1024CharactersAndANumberFourBytes) {
   CRegistryKey key;
   ASSERT_EQ(key.Create(HKEY_LOCAL_MACHINE, L"Software\\Text", 0, KEY_ALL_ACCESS, nullptr), 1);
   CString text = L"stale";
@@ -75,11 +75,8 @@ TEST_F(RegistryKeyTest, TextReadsAtMost1024Characters) {
   ASSERT_EQ(key.SetValue(L"Number", REG_DWORD, reinterpret_cast<const BYTE*>(&letter), 4), 0);
   EXPECT_EQ(key.GetValue(L"Number", text), 0);
   EXPECT_EQ(text, L"Y");
-}
 
-TEST_F(RegistryKeyTest, NumberReadsAtMostFourBytes) {
-  CRegistryKey key;
-  ASSERT_EQ(key.Create(HKEY_LOCAL_MACHINE, L"Software\\Number", 0, KEY_ALL_ACCESS, nullptr), 1);
+  // A number reads at most four bytes.
   DWORD number = 77;
   EXPECT_EQ(key.GetValue(L"Missing", number), -1);
   EXPECT_EQ(number, 77u);

@@ -50,6 +50,7 @@ TEST_F(ResourceMgrTest, LanguageFallsBackToThePrimaryLanguageModuleThenTheHost) 
   // A block the language module lacks comes from the host through the system's loader; a string
   // missing from a block it has is missing.
   EXPECT_EQ(manager_.LoadStringW(17, 0, 0x040C), L"host seventeen");
+  EXPECT_EQ(manager_.LoadStringW(17, 0, 0x0007), L"siebzehn");  // block 2, second string
   EXPECT_EQ(manager_.LoadStringW(3, 1, 0x040C), L"");
 }
 
@@ -88,22 +89,14 @@ TEST(ResourceMgrNamingTest, LinuxNamesAndNonAsciiDirectoriesFindTheirLanguageMod
   }
 }
 
-TEST_F(ResourceMgrTest, IdentifierPicksTheCountedStringInItsBlock) {
-  EXPECT_EQ(manager_.LoadStringW(17), L"host seventeen");
-  EXPECT_EQ(manager_.LoadStringW(17, 0, 0x0007), L"siebzehn");
-}
-
 TEST_F(ResourceMgrTest, MissingStringGivesThePlaceholderOrNothing) {
-  EXPECT_EQ(manager_.LoadStringW(18),
-            L"[English Only: Error: Unable to Load String resource '18'. System Error: '']");
+  const CString placeholder =
+      L"[English Only: Error: Unable to Load String resource '18'. System Error: '']";
+  EXPECT_EQ(manager_.LoadStringW(18), placeholder);
   EXPECT_EQ(manager_.LoadStringW(18, 1), L"");
   EXPECT_EQ(manager_.LoadStringW(1000, 1, 0x0407), L"");
-}
-
-TEST_F(ResourceMgrTest, FormatStringFillsTheInserts) {
   EXPECT_EQ(manager_.FormatString(3, L"here", L"there"), L"From here to there.");
-  EXPECT_EQ(manager_.FormatString(18, L"x"),
-            L"[English Only: Error: Unable to Load String resource '18'. System Error: '']");
+  EXPECT_EQ(manager_.FormatString(18, L"x"), placeholder);
 }
 
 TEST_F(ResourceMgrTest, FailedLoadRecordsTheErrorTextForItsThreadOnly) {
@@ -119,14 +112,11 @@ TEST_F(ResourceMgrTest, FailedLoadRecordsTheErrorTextForItsThreadOnly) {
                 text.str() + L"']");
 }
 
-TEST_F(ResourceMgrTest, LoadDialogRecordsTheFailedLookup) {
+TEST_F(ResourceMgrTest, LoadsReturnHandlesToTheHostsResourcesOrRecordTheFailure) {
   EXPECT_NE(manager_.LoadDialog(7u), nullptr);
   EXPECT_EQ(manager_.LoadDialog(L"MISSING"), nullptr);
   EXPECT_EQ(manager_.GetLastError(),
             L"The specified resource name cannot be found in the image file.\r\n");
-}
-
-TEST_F(ResourceMgrTest, LoadsReturnHandlesToTheHostsResources) {
   EXPECT_NE(manager_.LoadMenuW(1u), nullptr);
   EXPECT_EQ(manager_.LoadBitmapEx(1u, 0), nullptr);
   EXPECT_EQ(manager_.LoadCursorW(L"ARROW"), nullptr);

@@ -39,31 +39,26 @@ TEST_F(StringTableTest, LibraryStringsHaveTheirTexts) {
   EXPECT_EQ(table.Load(4), L"");
 }
 
-TEST_F(StringTableTest, PreviousResourceModuleIsPutBack) {
-  AfxSetResourceHandle(OtherModule());
-  CStringTable table;
-  EXPECT_FALSE(table.Load(1).IsEmpty());
-  EXPECT_EQ(AfxGetResourceHandle(), OtherModule());
-}
-
-TEST_F(StringTableTest, NullPreviousModuleIsNotPutBack) {
-  AfxSetResourceHandle(nullptr);
-  CStringTable table;
-  EXPECT_FALSE(table.Load(2).IsEmpty());
-  EXPECT_EQ(AfxGetResourceHandle(), LibraryModule().hResource);
-}
-
 const N7ResourceTable* ThrowingLookup(HMODULE /*module*/) {
   throw std::runtime_error("lookup failed");
 }
 
-TEST_F(StringTableTest, PreviousResourceModuleIsPutBackWhenTheLoadThrows) {
-  AfxSetResourceHandle(OtherModule());
-  const auto previous = n7platform::internal::SetResourceTableLookup(ThrowingLookup);
+// A load switches to the library's module and back, also when it throws; a null previous module
+// is not put back.
+TEST_F(StringTableTest, PreviousResourceModuleIsPutBackUnlessNull) {
   CStringTable table;
+  AfxSetResourceHandle(OtherModule());
+  EXPECT_FALSE(table.Load(1).IsEmpty());
+  EXPECT_EQ(AfxGetResourceHandle(), OtherModule());
+
+  const auto previous = n7platform::internal::SetResourceTableLookup(ThrowingLookup);
   EXPECT_THROW(table.Load(1), std::runtime_error);
   n7platform::internal::SetResourceTableLookup(previous);
   EXPECT_EQ(AfxGetResourceHandle(), OtherModule());
+
+  AfxSetResourceHandle(nullptr);
+  EXPECT_FALSE(table.Load(2).IsEmpty());
+  EXPECT_EQ(AfxGetResourceHandle(), LibraryModule().hResource);
 }
 
 TEST_F(StringTableTest, WithoutTheLibraryModuleTheTextIsTheEnglishFallback) {

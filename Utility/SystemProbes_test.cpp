@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "core/text.h"
 #include "platform/CountedException_test.h"
 #include "platform/Exceptions.h"
 #include "platform/Registry.h"
@@ -26,8 +27,6 @@ using n7platform::test_support::TempDir;
 
 CString Wide(const std::string& text) { return std::wstring(text.begin(), text.end()); }
 
-bool IsEmptyDirectory(const fs::path& path) { return fs::is_empty(path); }
-
 TEST(IsWritableDirTest, OnlyAWritableDirectoryPassesAndNothingIsLeftBehind) {
   TempDir dir;
   std::ofstream(dir / "file") << "x";
@@ -36,7 +35,7 @@ TEST(IsWritableDirTest, OnlyAWritableDirectoryPassesAndNothingIsLeftBehind) {
   EXPECT_FALSE(IsWritableDir(Wide(dir / "file")));
   EXPECT_FALSE(IsWritableDir(Wide(dir / "missing")));
   fs::remove(dir / "file");
-  EXPECT_TRUE(IsEmptyDirectory(dir.path()));
+  EXPECT_TRUE(fs::is_empty(dir.path()));
 }
 
 TEST(IsWritableDirTest, AReadOnlyDirectoryFails) {
@@ -47,7 +46,7 @@ TEST(IsWritableDirTest, AReadOnlyDirectoryFails) {
   fs::permissions(locked, fs::perms::owner_read | fs::perms::owner_exec);
   EXPECT_FALSE(IsWritableDir(Wide(locked)));
   fs::permissions(locked, fs::perms::owner_all);
-  EXPECT_TRUE(IsEmptyDirectory(locked));
+  EXPECT_TRUE(fs::is_empty(locked));
 }
 
 TEST(GetValidTempDirTest, TheEnvironmentsDirectoryOrTheSystemsIsChosen) {
@@ -71,16 +70,19 @@ TEST(GetValidTempDirTest, TheEnvironmentsDirectoryOrTheSystemsIsChosen) {
 
 TEST(IsServiceRunningTest, RunningLikeStatesCountAsRunning) {
   FakeServiceManager fake;
-  fake.SetUnit("running.service", {"active", "running"});
-  fake.SetUnit("starting.service", {"activating", "running"});
-  fake.SetUnit("stopping.service", {"deactivating", "running"});
-  fake.SetUnit("paused.service", {"active", "frozen"});
-  fake.SetUnit("stopped.service", {"inactive", "running"});
-  EXPECT_EQ(IsServiceRunning(L"running"), 1);
-  EXPECT_EQ(IsServiceRunning(L"starting"), 1);
-  EXPECT_EQ(IsServiceRunning(L"stopping"), 1);
-  EXPECT_EQ(IsServiceRunning(L"paused"), 0);
-  EXPECT_EQ(IsServiceRunning(L"stopped"), 0);
+  const struct {
+    const wchar_t* name;
+    const char *active, *sub;
+    int running;
+  } states[] = {{L"starting", "activating", "running", 1},
+                {L"stopping", "deactivating", "running", 1},
+                {L"paused", "active", "frozen", 0},
+                {L"stopped", "inactive", "running", 0},
+                {L"running", "active", "running", 1}};
+  for (const auto& s : states) {
+    fake.SetUnit(n7core::to_string(s.name) + ".service", {s.active, s.sub});
+    EXPECT_EQ(IsServiceRunning(s.name), s.running) << n7core::to_string(s.name);
+  }
   EXPECT_EQ(IsServiceRunning(L"missing"), 0);
   EXPECT_EQ(IsServiceRunning(nullptr), 0);
   fake.SetConnectError(RPC_S_SERVER_UNAVAILABLE);
@@ -139,20 +141,13 @@ class DcomTest : public ::testing::Test {
   n7platform::TemporaryRegistry registry_;
 };
 
-TEST_F(DcomTest, TheSwitchIsReadWithoutRegardToCase) {
+TEST_F(DcomTest, TheSwitchIsReadWithoutRegardToCaseAndSetOnlyInAnExistingKey) {
   EXPECT_EQ(IsDCOMEnabled(), 0);  // no key
   EXPECT_EQ(DCOMEnables(1), 0);   // the key is not created
   SetValue(L"y");
   EXPECT_EQ(IsDCOMEnabled(), 1);
   SetValue(L"Yes");
   EXPECT_EQ(IsDCOMEnabled(), 0);
-}
-
-TEST_F(DcomTest, OnAndOffRoundTrip) {
-  HKEY key = nullptr;
-  ASSERT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, kOle, &key), ERROR_SUCCESS);
-  RegCloseKey(key);
-  EXPECT_EQ(IsDCOMEnabled(), 0);  // no value
   EXPECT_EQ(DCOMEnables(1), 1);
   EXPECT_EQ(IsDCOMEnabled(), 1);
   EXPECT_EQ(DCOMEnables(0), 1);

@@ -76,13 +76,10 @@ std::string error_code(std::string_view text) {
   return "none";
 }
 
-TEST(TextWriter, WritesTheDocumentedSyntax) {
+TEST(TextWriter, WritesTheDocumentedSyntaxAndAsciiOnlyEscapesEverythingElse) {
   EXPECT_EQ(write_record("salt", L"ab", 1024, ascii()), R"(([("salt" L"ab"),("n" 1024)]))");
   EXPECT_EQ(write_record("a b\"\\", L"\t\n\r", -7, ascii(true)),
             R"(([("a\x20b\"\\" L"\t\n\r"),("n" -7)]))");
-}
-
-TEST(TextWriter, AsciiOnlyEscapesEverythingElse) {
   const std::string utf8 = "\xC3\xA9\x7F\x01";
   const std::wstring wide = L"\u00E9\u20AC\U0001F600";
   const std::string escaped = write_record(utf8, wide, 0, ascii());

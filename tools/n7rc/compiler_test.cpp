@@ -88,8 +88,10 @@ TEST(ResourceCompilerTest, BinaryItemsFromBytesTextAndFiles) {
       "resource RCDATA 5 bytes 00 ff 7A\n"
       "resource \"custom\" name_a text \"\\u00e9\"\n"
       "resource 300 \"Two Words\" file \"n7rc data\"\n"
-      "resource RCDATA caf\xC3\xA9 bytes 01\n");
-  ASSERT_EQ(compiled.resources.size(), 4u);
+      "resource RCDATA caf\xC3\xA9 bytes 01\n"
+      "language 7\n"
+      "resource RCDATA 5 bytes 01\n");  // the same item in another language is no duplicate
+  ASSERT_EQ(compiled.resources.size(), 5u);
   EXPECT_THAT(find(compiled, 10, 5, 0).bytes, ElementsAre(0x00, 0xFF, 0x7A));
   EXPECT_EQ(*compiled.resources[1].type.name, L"CUSTOM");
   EXPECT_EQ(*compiled.resources[1].name.name, L"NAME_A");
@@ -157,13 +159,6 @@ TEST(ResourceCompilerTest, MalformedDescriptionsNameTheLineAndTheMistake) {
       EXPECT_THAT(e.what(), HasSubstr(test.message));
     }
   }
-}
-
-TEST(ResourceCompilerTest, SameItemInAnotherLanguageIsNoDuplicate) {
-  EXPECT_EQ(compile_text("string 1 \"a\"\nresource RCDATA 1 bytes 00\nlanguage 7\n"
-                         "string 1 \"b\"\nresource RCDATA 1 bytes 00\n")
-                .resources.size(),
-            4u);
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "command.h"
 
 namespace n7util {
@@ -12,6 +14,17 @@ using Argv = std::vector<std::string_view>;
 
 const std::initializer_list<OptionSpec> kOptions = {
     {"first-line", true}, {"uri", true}, {"quiet", false}};
+
+// The message of the usage error that `action` throws, or "" when it throws none.
+template <typename Action>
+std::string usage_error_of(Action action) {
+  try {
+    action();
+  } catch (const UsageError& error) {
+    return error.what();
+  }
+  return "";
+}
 
 TEST(ArgsTest, OptionsAndOperandsInAnyOrder) {
   const Args args(Argv{"a.xml", "--first-line", "7", "--quiet", "--uri=file:///x", "-", "b"},
@@ -59,12 +72,7 @@ TEST(ArgsTest, OperandCount) {
   EXPECT_NO_THROW(args.expect_operands(2, 2));
   EXPECT_NO_THROW(args.expect_operands(0, 3));
   EXPECT_THROW(args.expect_operands(3, 4), UsageError);
-  try {
-    args.expect_operands(0, 1);
-    FAIL() << "no UsageError";
-  } catch (const UsageError& error) {
-    EXPECT_STREQ(error.what(), "unexpected operand 'b'");
-  }
+  EXPECT_EQ(usage_error_of([&] { args.expect_operands(0, 1); }), "unexpected operand 'b'");
 }
 
 TEST(ArgsTest, ParseInteger) {
@@ -75,12 +83,8 @@ TEST(ArgsTest, ParseInteger) {
        {"", "+1", " 1", "1 ", "1x", "0x10", "101", "-1", "99999999999999999999"}) {
     EXPECT_THROW(parse_integer(bad, 0, 100, "N"), UsageError) << '"' << bad << '"';
   }
-  try {
-    parse_integer("x", 1, 9, "--first-line");
-    FAIL() << "no UsageError";
-  } catch (const UsageError& error) {
-    EXPECT_STREQ(error.what(), "--first-line must be a whole number from 1 to 9, not 'x'");
-  }
+  EXPECT_EQ(usage_error_of([] { parse_integer("x", 1, 9, "--first-line"); }),
+            "--first-line must be a whole number from 1 to 9, not 'x'");
 }
 
 }  // namespace

@@ -22,7 +22,6 @@ expect 0 "^n7util ${version//./\\.}\$" "" --version
 expect 0 "^  demo +Runs " "" --help
 expect 0 "^Usage: n7util COMMAND" "" -h
 expect 0 "^Usage: n7util demo" "" demo --help
-expect 0 "^Usage: n7util demo" "" demo -h
 # The command table as the completion and the manual page read it: a group and its subcommands.
 expect 0 "^reg query set delete enum save restore watch\$" "" --commands
 expect 0 "^demo\$" "" --commands
