@@ -6,6 +6,7 @@
 
 #include "core/utf8.h"
 #include "n7xml/char_classes_internal.h"
+#include "n7xml/text_scan_internal.h"
 
 namespace n7xml {
 
@@ -30,48 +31,11 @@ namespace {
 
 constexpr char kSourceFile[] = "n7xml/string_tokenizer";
 
-// What stops a scan of text, byte by byte: one bit per kind of text, set on the bytes that end
-// or interrupt it, and one bit for the bytes every text scan must look at (line ends and the
-// lead bytes of multi-byte characters).
-enum : std::uint8_t {
-  kStopContent = 0x01,          // & <
-  kStopAttrDoubleQuote = 0x02,  // & < "
-  kStopAttrSingleQuote = 0x04,  // & < '
-  kStopComment = 0x08,          // -
-  kStopPi = 0x10,               // ?
-  kStopCdata = 0x20,            // ]
-  kStopDoctype = 0x40,          // < >
-  kTextSpecial = 0x80,          // CR, LF, 0x80 and above
-};
-
-constexpr std::array<std::uint8_t, 256> make_text_stops() {
-  std::array<std::uint8_t, 256> table{};
-  const auto set = [&table](char c, std::uint8_t bits) {
-    table[static_cast<unsigned char>(c)] |= bits;
-  };
-  set('&', kStopContent | kStopAttrDoubleQuote | kStopAttrSingleQuote);
-  set('<', kStopContent | kStopAttrDoubleQuote | kStopAttrSingleQuote | kStopDoctype);
-  set('"', kStopAttrDoubleQuote);
-  set('\'', kStopAttrSingleQuote);
-  set('-', kStopComment);
-  set('?', kStopPi);
-  set(']', kStopCdata);
-  set('>', kStopDoctype);
-  set('\r', kTextSpecial);
-  set('\n', kTextSpecial);
-  for (std::size_t byte = 0x80; byte < table.size(); ++byte) table[byte] |= kTextSpecial;
-  return table;
-}
-
-constexpr auto kTextStops = make_text_stops();
-
-constexpr std::array<std::uint16_t, 128> make_ascii_classes() {
-  std::array<std::uint16_t, 128> table{};
-  for (char32_t c = 0; c < table.size(); ++c) table[c] = char_class(c);
-  return table;
-}
-
-constexpr auto kAsciiClasses = make_ascii_classes();
+// What ends or interrupts each kind of text (besides CR and multi-byte characters).
+constexpr TextStops kContentStops = {'&', '<', '<'};
+constexpr TextStops kDoubleQuotedStops = {'&', '<', '"'};
+constexpr TextStops kSingleQuotedStops = {'&', '<', '\''};
+constexpr TextStops kDoctypeStops = {'<', '>', '>'};
 
 constexpr bool is_whitespace(unsigned char c) noexcept {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n';
@@ -91,7 +55,7 @@ constexpr std::string_view kLineFeed = "\n";
 // A section of text that ends at a fixed terminator: a comment, a processing instruction or a
 // CDATA section.
 struct XmlStringTokenizerBase::Section {
-  std::uint8_t stop;  // the text-stop bit of the terminator's first byte
+  TextStops stop;  // the terminator's first byte
   std::string_view terminator;
   TokenKind end_token;
   const char* end_of_data;  // failure text when the data ends inside the section
@@ -151,7 +115,7 @@ TokenKind XmlStringTokenizerBase::dispatch() {
 TokenKind XmlStringTokenizerBase::parse_content() {
   for (;;) {
     const Byte* start = pos_;
-    if (!skip_text(kStopContent)) return TokenKind::Error;
+    if (!skip_text(kContentStops)) return TokenKind::Error;
     if (pos_ != start) return token(TokenKind::CharData, start, pos_);
     if (pos_ == end_) {
       state_ = State::kAtEnd;
@@ -357,7 +321,7 @@ TokenKind XmlStringTokenizerBase::parse_attrname() {
 }
 
 TokenKind XmlStringTokenizerBase::parse_attrvalue() {
-  const std::uint8_t stops = quote_ == '"' ? kStopAttrDoubleQuote : kStopAttrSingleQuote;
+  const TextStops stops = quote_ == '"' ? kDoubleQuotedStops : kSingleQuotedStops;
   for (;;) {
     const Byte* start = pos_;
     if (!skip_text(stops)) return TokenKind::Error;
@@ -380,21 +344,20 @@ TokenKind XmlStringTokenizerBase::parse_attrvalue() {
 
 TokenKind XmlStringTokenizerBase::parse_comment() {
   static constexpr Section kComment = {
-      kStopComment,          "-->",
-      TokenKind::CommentEnd, "End of data in comment",
-      "parse_comment",       "Sequence '--' is invalid in comment"};
+      {'-', '-', '-'},          "-->",           TokenKind::CommentEnd,
+      "End of data in comment", "parse_comment", "Sequence '--' is invalid in comment"};
   return parse_section(kComment);
 }
 
 TokenKind XmlStringTokenizerBase::parse_pi() {
-  static constexpr Section kPi = {kStopPi, "?>", TokenKind::PIEnd,
-                                  "End of data in processing instruction", "parse_pi"};
+  static constexpr Section kPi = {
+      {'?', '?', '?'}, "?>", TokenKind::PIEnd, "End of data in processing instruction", "parse_pi"};
   return parse_section(kPi);
 }
 
 TokenKind XmlStringTokenizerBase::parse_cdata() {
-  static constexpr Section kCdata = {kStopCdata, "]]>", TokenKind::CDATAEnd, "End of data in CDATA",
-                                     "parse_cdata"};
+  static constexpr Section kCdata = {
+      {']', ']', ']'}, "]]>", TokenKind::CDATAEnd, "End of data in CDATA", "parse_cdata"};
   return parse_section(kCdata);
 }
 
@@ -430,7 +393,7 @@ TokenKind XmlStringTokenizerBase::parse_doctype() {
   for (;;) {
     const Byte* start = pos_;
     for (;;) {
-      if (!skip_text(kStopDoctype)) return TokenKind::Error;
+      if (!skip_text(kDoctypeStops)) return TokenKind::Error;
       if (pos_ == end_ || *pos_ == '\r') break;
       if (*pos_ == '<') {
         ++doctype_depth_;
@@ -454,21 +417,18 @@ TokenKind XmlStringTokenizerBase::parse_doctype() {
 
 // ---- Characters ----
 
-// Moves over text up to the end of the data, a CR or a byte marked with `stops`, counting lines
-// and stepping over multi-byte characters. False after a failure.
-bool XmlStringTokenizerBase::skip_text(std::uint8_t stops) {
-  const std::uint8_t interesting = stops | kTextSpecial;
+// Moves over text up to the end of the data, a CR or a byte of `stops`, counting lines and
+// stepping over multi-byte characters. False after a failure.
+bool XmlStringTokenizerBase::skip_text(TextStops stops) {
   for (;;) {
-    const Byte* p = pos_;
-    while (p != end_ && (kTextStops[*p] & interesting) == 0) ++p;
-    pos_ = p;
-    if (p == end_ || (kTextStops[*p] & stops) != 0 || *p == '\r') return true;
-    if (*p == '\n') {
-      ++pos_;
-      new_line();
-    } else if (!consume_utf8_char()) {
-      return false;
+    const TextScan scan = scan_text(pos_, end_, stops);
+    pos_ = scan.stop;
+    if (scan.line_feeds != 0) {
+      line_ += scan.line_feeds;
+      line_start_ = scan.line_start;
     }
+    if (pos_ == end_ || *pos_ < 0x80) return true;
+    if (!consume_utf8_char()) return false;
   }
 }
 
@@ -477,8 +437,7 @@ bool XmlStringTokenizerBase::consume_utf8_char() {
     ++pos_;
     return true;
   }
-  const auto sequence = n7core::decode_utf8(
-      std::string_view(reinterpret_cast<const char*>(pos_), static_cast<std::size_t>(end_ - pos_)));
+  const auto sequence = decode_multibyte(pos_, end_);
   if (sequence.length == 0) return invalid_utf8();
   pos_ += sequence.length;
   return true;
@@ -501,19 +460,15 @@ bool XmlStringTokenizerBase::invalid_utf8() {
 bool XmlStringTokenizerBase::consume_name() {
   std::uint16_t allowed = kNameStartClasses;
   while (pos_ != end_) {
-    std::uint16_t char_class_bits;
-    std::size_t length = 1;
     if (*pos_ < 0x80) {
-      char_class_bits = kAsciiClasses[*pos_];
+      if ((kAsciiClasses[*pos_] & allowed) == 0) break;
+      pos_ = scan_name(pos_ + 1, end_);
     } else {
-      const auto sequence = n7core::decode_utf8(std::string_view(
-          reinterpret_cast<const char*>(pos_), static_cast<std::size_t>(end_ - pos_)));
+      const auto sequence = decode_multibyte(pos_, end_);
       if (sequence.length == 0) return invalid_utf8();
-      char_class_bits = char_class(sequence.code_point);
-      length = sequence.length;
+      if ((char_class(sequence.code_point) & allowed) == 0) break;
+      pos_ += sequence.length;
     }
-    if ((char_class_bits & allowed) == 0) break;
-    pos_ += length;
     allowed = kNameClasses;
   }
   return true;

@@ -81,6 +81,8 @@ N7_EXPORT extern const n7core::ErrorCode
 
 namespace impl {
 
+struct TextStops;
+
 // The tokenizer over a byte range. The state machine lives here; XmlStringTokenizer only
 // constructs it.
 class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
@@ -141,7 +143,7 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   bool skip_to_terminator(const Section& section);
   bool consume_name();
   bool consume_utf8_char();
-  bool skip_text(std::uint8_t stops);
+  bool skip_text(TextStops stops);
   bool skip_whitespace() noexcept;
   bool take_carriage_return() noexcept;
   bool invalid_utf8();

@@ -1,0 +1,183 @@
+// The tokenizer's bulk scanners: they move over the runs of bytes that need no decision one by
+// one (plain text up to its next special byte, the ASCII characters of a name) and over the
+// well-formed multi-byte characters met on the way.
+//
+// The text and name scanners come twice: a vector version that tests 16 bytes a step (SSE2,
+// which every x86-64 processor has) and a plain one that goes byte by byte. Both give the same
+// answer for every input; a process-wide switch makes the tokenizer use the plain ones, so that
+// tests and fuzzers can check the two against each other.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "core/utf8.h"
+#include "n7xml/char_classes_internal.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace n7xml::impl {
+
+using Byte = unsigned char;
+
+// The process-wide choice of scanners: true for the plain ones. Set it only while no tokenizer
+// is at work.
+inline bool g_plain_scanners = false;
+
+// The bytes that end or interrupt one kind of text, besides those every kind stops at: CR, and
+// the bytes of 0x80 and above, which begin multi-byte characters. A kind with fewer than three
+// repeats one.
+struct TextStops {
+  Byte a, b, c;
+};
+
+// Where a scan of text stopped, and the line feeds it passed on the way.
+struct TextScan {
+  const Byte* stop = nullptr;
+  int line_feeds = 0;
+  const Byte* line_start = nullptr;  // the byte after the last line feed passed, if any
+};
+
+inline constexpr std::array<std::uint16_t, 128> kAsciiClasses = [] {
+  std::array<std::uint16_t, 128> table{};
+  for (char32_t c = 0; c < table.size(); ++c) table[c] = char_class(c);
+  return table;
+}();
+
+constexpr bool is_ascii_name_char(Byte c) noexcept {
+  return c < 0x80 && (kAsciiClasses[c] & kNameClasses) != 0;
+}
+
+// Moves over text from `p` to the first CR, byte of 0x80 or above, byte of `stops`, or `end`.
+inline TextScan scan_text_plain(const Byte* p, const Byte* end, TextStops stops) noexcept {
+  TextScan scan;
+  for (; p != end; ++p) {
+    const Byte c = *p;
+    if (c == '\n') {
+      ++scan.line_feeds;
+      scan.line_start = p + 1;
+    } else if (c == stops.a || c == stops.b || c == stops.c || c == '\r' || c >= 0x80) {
+      break;
+    }
+  }
+  scan.stop = p;
+  return scan;
+}
+
+// Moves over the ASCII name characters from `p`.
+inline const Byte* scan_name_plain(const Byte* p, const Byte* end) noexcept {
+  while (p != end && is_ascii_name_char(*p)) ++p;
+  return p;
+}
+
+#if defined(__SSE2__)
+
+// The 16 bytes at `p`; when fewer remain, those followed by zeros, which stop neither scan of
+// text nor the end of a name before `end` would.
+inline __m128i load_block(const Byte* p, const Byte* end) noexcept {
+  if (end - p >= 16) return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  alignas(16) Byte tail[16] = {};
+  std::memcpy(tail, p, static_cast<std::size_t>(end - p));
+  return _mm_load_si128(reinterpret_cast<const __m128i*>(tail));
+}
+
+inline unsigned byte_mask(__m128i bytes) noexcept {
+  return static_cast<unsigned>(_mm_movemask_epi8(bytes));
+}
+
+// Counts the line feeds marked in `mask` (one bit per byte of the block at `block`). A block
+// rarely holds more than one, and x86-64 has no population count instruction in its base set.
+inline void count_line_feeds(TextScan& scan, const Byte* block, unsigned mask) noexcept {
+  if (mask == 0) return;
+  scan.line_start = block + (32 - __builtin_clz(mask));
+  for (; mask != 0; mask &= mask - 1) ++scan.line_feeds;
+}
+
+inline TextScan scan_text_sse2(const Byte* p, const Byte* end, TextStops stops) noexcept {
+  const __m128i a = _mm_set1_epi8(static_cast<char>(stops.a));
+  const __m128i b = _mm_set1_epi8(static_cast<char>(stops.b));
+  const __m128i c = _mm_set1_epi8(static_cast<char>(stops.c));
+  const __m128i cr = _mm_set1_epi8('\r');
+  const __m128i lf = _mm_set1_epi8('\n');
+  TextScan scan;
+  for (; p < end; p += 16) {
+    const __m128i v = load_block(p, end);
+    const __m128i stop = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, a), _mm_cmpeq_epi8(v, b)),
+                                      _mm_or_si128(_mm_cmpeq_epi8(v, c), _mm_cmpeq_epi8(v, cr)));
+    const unsigned stops_mask = byte_mask(_mm_or_si128(stop, v));  // v: its bytes >= 0x80
+    const unsigned line_feeds = byte_mask(_mm_cmpeq_epi8(v, lf));
+    if (stops_mask != 0) {
+      const int first = __builtin_ctz(stops_mask);
+      count_line_feeds(scan, p, line_feeds & ((1u << first) - 1));
+      scan.stop = p + first;
+      return scan;
+    }
+    count_line_feeds(scan, p, line_feeds);
+  }
+  scan.stop = end;
+  return scan;
+}
+
+// The bytes of `v` that are ASCII name characters: letters, digits, "-", ".", ":" and "_".
+inline __m128i ascii_name_bytes(__m128i v) noexcept {
+  // A byte lies in [low, low + n) when, moved so that `low` lands on -128, it is below -128 + n.
+  const auto in_range = [](__m128i bytes, char low, char n) {
+    const __m128i moved = _mm_add_epi8(bytes, _mm_set1_epi8(static_cast<char>(-128 - low)));
+    return _mm_cmplt_epi8(moved, _mm_set1_epi8(static_cast<char>(-128 + n)));
+  };
+  const __m128i letter = in_range(_mm_or_si128(v, _mm_set1_epi8(0x20)), 'a', 26);
+  const __m128i punctuation_or_digit =
+      _mm_andnot_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('/')), in_range(v, '-', ':' - '-' + 1));
+  const __m128i underscore = _mm_cmpeq_epi8(v, _mm_set1_epi8('_'));
+  return _mm_or_si128(_mm_or_si128(letter, punctuation_or_digit), underscore);
+}
+
+inline const Byte* scan_name_sse2(const Byte* p, const Byte* end) noexcept {
+  for (; p < end; p += 16) {
+    const unsigned others = ~byte_mask(ascii_name_bytes(load_block(p, end))) & 0xFFFFu;
+    if (others != 0) return p + __builtin_ctz(others);
+  }
+  return end;
+}
+
+#endif  // __SSE2__
+
+inline TextScan scan_text(const Byte* p, const Byte* end, TextStops stops) noexcept {
+#if defined(__SSE2__)
+  if (!g_plain_scanners) return scan_text_sse2(p, end, stops);
+#endif
+  return scan_text_plain(p, end, stops);
+}
+
+inline const Byte* scan_name(const Byte* p, const Byte* end) noexcept {
+#if defined(__SSE2__)
+  if (!g_plain_scanners) return scan_name_sse2(p, end);
+#endif
+  return scan_name_plain(p, end);
+}
+
+// Decodes the multi-byte character at `p`. The well-formed two- and three-byte sequences that
+// make up nearly all non-ASCII text are decoded here; the rest (four-byte sequences, the leads
+// whose second byte has a narrower range, anything malformed) go to the core decoder, which
+// also says what is wrong.
+inline n7core::Utf8Sequence decode_multibyte(const Byte* p, const Byte* end) noexcept {
+  const auto continuation = [](Byte c) { return (c & 0xC0) == 0x80; };
+  const Byte lead = *p;
+  const auto left = end - p;
+  if (lead >= 0xC2 && lead <= 0xDF && left >= 2 && continuation(p[1])) {
+    return {static_cast<char32_t>((lead & 0x1Fu) << 6 | (p[1] & 0x3Fu)), 2};
+  }
+  if (lead >= 0xE1 && lead <= 0xEF && lead != 0xED && left >= 3 && continuation(p[1]) &&
+      continuation(p[2])) {
+    return {static_cast<char32_t>((lead & 0x0Fu) << 12 | (p[1] & 0x3Fu) << 6 | (p[2] & 0x3Fu)), 3};
+  }
+  return n7core::decode_utf8(
+      std::string_view(reinterpret_cast<const char*>(p), static_cast<std::size_t>(left)));
+}
+
+}  // namespace n7xml::impl
