@@ -38,7 +38,8 @@ constexpr TextStops kSingleQuotedStops = {'&', '<', '\''};
 constexpr TextStops kDoctypeStops = {'<', '>', '>'};
 
 constexpr bool is_whitespace(unsigned char c) noexcept {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+  constexpr std::uint64_t kWhiteSpace = 1ull << ' ' | 1ull << '\t' | 1ull << '\r' | 1ull << '\n';
+  return c <= ' ' && (kWhiteSpace >> c & 1) != 0;
 }
 
 constexpr bool is_decimal_digit(unsigned char c) noexcept { return c >= '0' && c <= '9'; }
@@ -459,30 +460,36 @@ bool XmlStringTokenizerBase::invalid_utf8() {
 // after a failure; an empty name is for the caller to report.
 bool XmlStringTokenizerBase::consume_name() {
   std::uint16_t allowed = kNameStartClasses;
-  while (pos_ != end_) {
-    if (*pos_ < 0x80) {
-      if ((kAsciiClasses[*pos_] & allowed) == 0) break;
-      pos_ = scan_name(pos_ + 1, end_);
+  const Byte* p = pos_;
+  while (p != end_) {
+    if (*p < 0x80) {
+      if ((kAsciiClasses[*p] & allowed) == 0) break;
+      p = scan_name(p + 1, end_);
     } else {
-      const auto sequence = decode_multibyte(pos_, end_);
-      if (sequence.length == 0) return invalid_utf8();
+      const auto sequence = decode_multibyte(p, end_);
+      if (sequence.length == 0) {
+        pos_ = p;
+        return invalid_utf8();
+      }
       if ((char_class(sequence.code_point) & allowed) == 0) break;
-      pos_ += sequence.length;
+      p += sequence.length;
     }
     allowed = kNameClasses;
   }
+  pos_ = p;
   return true;
 }
 
 // Moves over white space, counting lines; whether there was any.
 bool XmlStringTokenizerBase::skip_whitespace() noexcept {
   const Byte* start = pos_;
-  while (pos_ != end_ && is_whitespace(*pos_)) {
-    if (*pos_ == '\r') {
-      take_carriage_return();
-    } else if (*pos_++ == '\n') {
-      new_line();
+  for (const Byte* p = start; p != end_ && is_whitespace(*p); ++p) {
+    // An LF ends a line, and so does a CR unless an LF follows or the data ends.
+    if (*p == '\n' || (*p == '\r' && p + 1 != end_ && p[1] != '\n')) {
+      ++line_;
+      line_start_ = p + 1;
     }
+    pos_ = p + 1;
   }
   return pos_ != start;
 }
