@@ -74,7 +74,8 @@ XmlStringTokenizerBase::XmlStringTokenizerBase(const char* data, std::size_t len
       pos_(data_),
       uri_(std::move(uri)),
       line_(first_line),
-      line_start_(data_) {}
+      line_start_(data_),
+      counted_(data_) {}
 
 TokenKind XmlStringTokenizerBase::next_token() {
   last_token_ = dispatch();
@@ -418,16 +419,11 @@ TokenKind XmlStringTokenizerBase::parse_doctype() {
 
 // ---- Characters ----
 
-// Moves over text up to the end of the data, a CR or a byte of `stops`, counting lines and
-// stepping over multi-byte characters. False after a failure.
+// Moves over text up to the end of the data, a CR or a byte of `stops`, stepping over multi-byte
+// characters. False after a failure.
 bool XmlStringTokenizerBase::skip_text(TextStops stops) {
   for (;;) {
-    const TextScan scan = scan_text(pos_, end_, stops);
-    pos_ = scan.stop;
-    if (scan.line_feeds != 0) {
-      line_ += scan.line_feeds;
-      line_start_ = scan.line_start;
-    }
+    pos_ = scan_text(pos_, end_, stops);
     if (pos_ == end_ || *pos_ < 0x80) return true;
     if (!consume_utf8_char()) return false;
   }
@@ -480,17 +476,10 @@ bool XmlStringTokenizerBase::consume_name() {
   return true;
 }
 
-// Moves over white space, counting lines; whether there was any.
+// Moves over white space; whether there was any.
 bool XmlStringTokenizerBase::skip_whitespace() noexcept {
   const Byte* start = pos_;
-  for (const Byte* p = start; p != end_ && is_whitespace(*p); ++p) {
-    // An LF ends a line, and so does a CR unless an LF follows or the data ends.
-    if (*p == '\n' || (*p == '\r' && p + 1 != end_ && p[1] != '\n')) {
-      ++line_;
-      line_start_ = p + 1;
-    }
-    pos_ = p + 1;
-  }
+  while (pos_ != end_ && is_whitespace(*pos_)) ++pos_;
   return pos_ != start;
 }
 
@@ -498,9 +487,7 @@ bool XmlStringTokenizerBase::skip_whitespace() noexcept {
 // the end of the data. Returns true for a CR that stands alone: it ends a line itself.
 bool XmlStringTokenizerBase::take_carriage_return() noexcept {
   ++pos_;
-  if (pos_ == end_ || *pos_ == '\n') return false;
-  new_line();
-  return true;
+  return pos_ != end_ && *pos_ != '\n';
 }
 
 bool XmlStringTokenizerBase::looking_at(std::string_view text) const noexcept {
@@ -508,10 +495,13 @@ bool XmlStringTokenizerBase::looking_at(std::string_view text) const noexcept {
          std::memcmp(pos_, text.data(), text.size()) == 0;
 }
 
-// The line break just consumed ends the line: the next begins at the position.
-void XmlStringTokenizerBase::new_line() noexcept {
-  ++line_;
-  line_start_ = pos_;
+void XmlStringTokenizerBase::count_lines_to_position() const noexcept {
+  const LineEnds ends = count_line_ends(counted_, pos_, end_);
+  if (ends.count != 0) {
+    line_ += ends.count;
+    line_start_ = ends.after_last;
+  }
+  counted_ = pos_;
 }
 
 // ---- Tokens and failures ----
@@ -551,6 +541,7 @@ n7core::RefCountPtr<const n7core::ErrorInfo> XmlStringTokenizerBase::make_error(
 n7core::RefCountPtr<const n7core::ErrorInfo> XmlStringTokenizerBase::compose_error(
     const n7core::ErrorCode& code, std::string_view text, const n7core::SourceLocation& location,
     const Byte* at) const {
+  count_lines();
   const Byte* position = at == nullptr || at < line_start_ ? pos_ : at;
   n7core::ErrorComposer composer(code, location);
   composer.append("[line {@line}, pos {@linePos}")

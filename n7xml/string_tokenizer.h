@@ -90,8 +90,14 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   TokenKind next_token() final;
   TokenKind last_token() const noexcept final { return last_token_; }
   std::string_view token_value() const noexcept final { return value_; }
-  int line() const noexcept final { return line_; }
-  std::int64_t line_position() const noexcept final { return pos_ - line_start_; }
+  int line() const noexcept final {
+    count_lines();
+    return line_;
+  }
+  std::int64_t line_position() const noexcept final {
+    count_lines();
+    return pos_ - line_start_;
+  }
   const n7core::RefCountPtr<const n7core::ErrorInfo>& error() const noexcept final {
     return error_;
   }
@@ -147,9 +153,13 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   bool skip_whitespace() noexcept;
   bool take_carriage_return() noexcept;
   bool invalid_utf8();
+  // Lines are counted only when asked for, over the bytes read since the last count.
+  void count_lines() const noexcept {
+    if (counted_ != pos_) count_lines_to_position();
+  }
+  void count_lines_to_position() const noexcept;
 
   bool looking_at(std::string_view text) const noexcept;
-  void new_line() noexcept;
   TokenKind token(TokenKind kind, std::string_view value = {}) noexcept;
   TokenKind token(TokenKind kind, const Byte* begin, const Byte* end) noexcept;
   TokenKind line_feed() noexcept;
@@ -169,9 +179,10 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   char quote_ = '"';
   std::int32_t doctype_depth_ = 0;
   std::shared_ptr<const std::string> uri_;
-  std::int32_t line_;
-  const Byte* line_start_;
+  mutable std::int32_t line_;  // the line and its start at `counted_`
+  mutable const Byte* line_start_;
   n7core::RefCountPtr<const n7core::ErrorInfo> error_;
+  mutable const Byte* counted_;
 };
 
 }  // namespace impl

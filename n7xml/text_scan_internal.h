@@ -36,12 +36,16 @@ struct TextStops {
   Byte a, b, c;
 };
 
-// Where a scan of text stopped, and the line feeds it passed on the way.
-struct TextScan {
-  const Byte* stop = nullptr;
-  int line_feeds = 0;
-  const Byte* line_start = nullptr;  // the byte after the last line feed passed, if any
+// The line ends among the bytes [p, stop) of data that ends at `end`: every LF, and every CR
+// followed by neither an LF (which ends the line itself) nor the end of the data.
+struct LineEnds {
+  int count = 0;
+  const Byte* after_last = nullptr;  // the byte after the last line end, if any
 };
+
+constexpr bool is_line_end(const Byte* p, const Byte* end) noexcept {
+  return *p == '\n' || (*p == '\r' && p + 1 != end && p[1] != '\n');
+}
 
 inline constexpr std::array<std::uint16_t, 128> kAsciiClasses = [] {
   std::array<std::uint16_t, 128> table{};
@@ -54,19 +58,23 @@ constexpr bool is_ascii_name_char(Byte c) noexcept {
 }
 
 // Moves over text from `p` to the first CR, byte of 0x80 or above, byte of `stops`, or `end`.
-inline TextScan scan_text_plain(const Byte* p, const Byte* end, TextStops stops) noexcept {
-  TextScan scan;
+inline const Byte* scan_text_plain(const Byte* p, const Byte* end, TextStops stops) noexcept {
   for (; p != end; ++p) {
     const Byte c = *p;
-    if (c == '\n') {
-      ++scan.line_feeds;
-      scan.line_start = p + 1;
-    } else if (c == stops.a || c == stops.b || c == stops.c || c == '\r' || c >= 0x80) {
-      break;
+    if (c == stops.a || c == stops.b || c == stops.c || c == '\r' || c >= 0x80) break;
+  }
+  return p;
+}
+
+inline LineEnds count_line_ends_plain(const Byte* p, const Byte* stop, const Byte* end) noexcept {
+  LineEnds ends;
+  for (; p != stop; ++p) {
+    if (is_line_end(p, end)) {
+      ++ends.count;
+      ends.after_last = p + 1;
     }
   }
-  scan.stop = p;
-  return scan;
+  return ends;
 }
 
 // Moves over the ASCII name characters from `p`.
@@ -90,37 +98,42 @@ inline unsigned byte_mask(__m128i bytes) noexcept {
   return static_cast<unsigned>(_mm_movemask_epi8(bytes));
 }
 
-// Counts the line feeds marked in `mask` (one bit per byte of the block at `block`). A block
-// rarely holds more than one, and x86-64 has no population count instruction in its base set.
-inline void count_line_feeds(TextScan& scan, const Byte* block, unsigned mask) noexcept {
-  if (mask == 0) return;
-  scan.line_start = block + (32 - __builtin_clz(mask));
-  for (; mask != 0; mask &= mask - 1) ++scan.line_feeds;
-}
-
-inline TextScan scan_text_sse2(const Byte* p, const Byte* end, TextStops stops) noexcept {
+inline const Byte* scan_text_sse2(const Byte* p, const Byte* end, TextStops stops) noexcept {
   const __m128i a = _mm_set1_epi8(static_cast<char>(stops.a));
   const __m128i b = _mm_set1_epi8(static_cast<char>(stops.b));
   const __m128i c = _mm_set1_epi8(static_cast<char>(stops.c));
   const __m128i cr = _mm_set1_epi8('\r');
-  const __m128i lf = _mm_set1_epi8('\n');
-  TextScan scan;
   for (; p < end; p += 16) {
     const __m128i v = load_block(p, end);
     const __m128i stop = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, a), _mm_cmpeq_epi8(v, b)),
                                       _mm_or_si128(_mm_cmpeq_epi8(v, c), _mm_cmpeq_epi8(v, cr)));
     const unsigned stops_mask = byte_mask(_mm_or_si128(stop, v));  // v: its bytes >= 0x80
-    const unsigned line_feeds = byte_mask(_mm_cmpeq_epi8(v, lf));
-    if (stops_mask != 0) {
-      const int first = __builtin_ctz(stops_mask);
-      count_line_feeds(scan, p, line_feeds & ((1u << first) - 1));
-      scan.stop = p + first;
-      return scan;
-    }
-    count_line_feeds(scan, p, line_feeds);
+    if (stops_mask != 0) return p + __builtin_ctz(stops_mask);
   }
-  scan.stop = end;
-  return scan;
+  return end;
+}
+
+// Line breaks are rare next to the bytes between them: the blocks are tested for CR and LF
+// together, and the few bytes found are judged one by one.
+inline LineEnds count_line_ends_sse2(const Byte* p, const Byte* stop, const Byte* end) noexcept {
+  const __m128i cr = _mm_set1_epi8('\r');
+  const __m128i lf = _mm_set1_epi8('\n');
+  LineEnds ends;
+  for (; stop - p >= 16; p += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    unsigned breaks = byte_mask(_mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf)));
+    for (; breaks != 0; breaks &= breaks - 1) {
+      const Byte* q = p + __builtin_ctz(breaks);
+      if (is_line_end(q, end)) {
+        ++ends.count;
+        ends.after_last = q + 1;
+      }
+    }
+  }
+  const LineEnds tail = count_line_ends_plain(p, stop, end);
+  ends.count += tail.count;
+  if (tail.count != 0) ends.after_last = tail.after_last;
+  return ends;
 }
 
 // The bytes of `v` that are ASCII name characters: letters, digits, "-", ".", ":" and "_".
@@ -147,11 +160,18 @@ inline const Byte* scan_name_sse2(const Byte* p, const Byte* end) noexcept {
 
 #endif  // __SSE2__
 
-inline TextScan scan_text(const Byte* p, const Byte* end, TextStops stops) noexcept {
+inline const Byte* scan_text(const Byte* p, const Byte* end, TextStops stops) noexcept {
 #if defined(__SSE2__)
   if (!g_plain_scanners) return scan_text_sse2(p, end, stops);
 #endif
   return scan_text_plain(p, end, stops);
+}
+
+inline LineEnds count_line_ends(const Byte* p, const Byte* stop, const Byte* end) noexcept {
+#if defined(__SSE2__)
+  if (!g_plain_scanners) return count_line_ends_sse2(p, stop, end);
+#endif
+  return count_line_ends_plain(p, stop, end);
 }
 
 inline const Byte* scan_name(const Byte* p, const Byte* end) noexcept {

@@ -17,25 +17,29 @@ namespace {
 const Byte* bytes(const std::string& text) { return reinterpret_cast<const Byte*>(text.data()); }
 
 // Every byte value at every offset of the first blocks, and every end of the data: the vector
-// scanners stop where the plain ones do and count the same line feeds.
+// scanners stop where the plain ones do, and count the same line ends, with line breaks of
+// every kind falling on block boundaries and on the end of the data.
 TEST(TextScanTest, VectorScannersAgreeWithPlainOnes) {
   constexpr TextStops kStops = {'&', '<', '"'};
   for (int value = 0; value < 256; ++value) {
     for (std::size_t offset = 0; offset < 40; ++offset) {
       std::string text(48, 'a');
       for (std::size_t lf = 3; lf < text.size(); lf += 7) text[lf] = '\n';
+      for (std::size_t cr = 15; cr < text.size(); cr += 16) text[cr] = '\r';
       text[offset] = static_cast<char>(value);
       for (std::size_t size = 0; size <= text.size(); size += 5) {
         const Byte* begin = bytes(text);
-        const TextScan plain = scan_text_plain(begin, begin + size, kStops);
-        const TextScan vector = scan_text_sse2(begin, begin + size, kStops);
-        ASSERT_EQ(vector.stop, plain.stop) << value << " " << offset << " " << size;
-        ASSERT_EQ(vector.line_feeds, plain.line_feeds) << value << " " << offset << " " << size;
-        if (plain.line_feeds != 0) {
-          ASSERT_EQ(vector.line_start, plain.line_start);
-        }
-        ASSERT_EQ(scan_name_sse2(begin, begin + size), scan_name_plain(begin, begin + size))
+        const Byte* end = begin + size;
+        ASSERT_EQ(scan_text_sse2(begin, end, kStops), scan_text_plain(begin, end, kStops))
             << value << " " << offset << " " << size;
+        ASSERT_EQ(scan_name_sse2(begin, end), scan_name_plain(begin, end))
+            << value << " " << offset << " " << size;
+        for (const Byte* stop = begin; stop <= end; stop += 3) {
+          const LineEnds plain = count_line_ends_plain(begin, stop, end);
+          const LineEnds vector = count_line_ends_sse2(begin, stop, end);
+          ASSERT_EQ(vector.count, plain.count) << value << " " << offset << " " << size;
+          ASSERT_EQ(vector.after_last, plain.after_last) << value << " " << offset << " " << size;
+        }
       }
     }
   }
