@@ -64,7 +64,19 @@ struct XmlStringTokenizerBase::Section {
   // Failure text for the terminator's first byte doubled without the rest of the terminator;
   // null when that is ordinary text.
   const char* doubled = nullptr;
+
+  static const Section kComment;
+  static const Section kPi;
+  static const Section kCdata;
 };
+
+const XmlStringTokenizerBase::Section XmlStringTokenizerBase::Section::kComment = {
+    {'-', '-', '-'},          "-->",           TokenKind::CommentEnd,
+    "End of data in comment", "parse_comment", "Sequence '--' is invalid in comment"};
+const XmlStringTokenizerBase::Section XmlStringTokenizerBase::Section::kPi = {
+    {'?', '?', '?'}, "?>", TokenKind::PIEnd, "End of data in processing instruction", "parse_pi"};
+const XmlStringTokenizerBase::Section XmlStringTokenizerBase::Section::kCdata = {
+    {']', ']', ']'}, "]]>", TokenKind::CDATAEnd, "End of data in CDATA", "parse_cdata"};
 
 XmlStringTokenizerBase::XmlStringTokenizerBase(const char* data, std::size_t length,
                                                std::shared_ptr<const std::string> uri,
@@ -77,7 +89,11 @@ XmlStringTokenizerBase::XmlStringTokenizerBase(const char* data, std::size_t len
       line_start_(data_),
       counted_(data_) {}
 
-TokenKind XmlStringTokenizerBase::next_token() {
+TokenKind XmlStringTokenizerBase::read_on() {
+  next_ = 0;
+  queued_ = 0;
+  if (!g_plain_scanners) read_ahead();
+  if (queued_ != 0) return hand_out();
   last_token_ = dispatch();
   return last_token_;
 }
@@ -110,6 +126,234 @@ TokenKind XmlStringTokenizerBase::dispatch() {
       return parse_content();
   }
   return fail("next_token", __LINE__, "Invalid parser state");
+}
+
+// ---- Reading ahead ----
+//
+// The common tokens of content, start tags, comments and CDATA sections are read ahead into the
+// queue by one loop that keeps its position in a register. It takes only what is well formed: at
+// an error, at the end of the data, or at a token it leaves to the state machine (the XML
+// declaration, DOCTYPE, processing instructions) it stops before the token, and the state
+// machine below reads it, failing or throwing as it would have.
+
+struct XmlStringTokenizerBase::ReadAhead {
+  const Byte* p;  // the position after the last token queued, or after a CR dropped
+  const Byte* end;
+  const QueuedToken* first;
+  QueuedToken* out;
+  State state;
+  char quote;
+  std::string_view handed_out;  // the value of the token handed out before the queue
+
+  // At most the tokens one step queues.
+  static constexpr std::size_t kMostPerStep = 2;
+
+  bool step() noexcept {
+    switch (state) {
+      case State::kContent:
+        return content();
+      case State::kStartTag:
+        return start_tag();
+      case State::kAttrValue:
+        return attribute_value();
+      case State::kComment:
+        return section(Section::kComment);
+      case State::kCdata:
+        return section(Section::kCdata);
+      default:
+        return false;
+    }
+  }
+
+  void queue(TokenKind kind, const Byte* value, const Byte* value_end, const Byte* after) noexcept {
+    *out++ = {value, static_cast<std::size_t>(value_end - value), after, kind};
+    p = after;
+  }
+  void queue(TokenKind kind, const Byte* after) noexcept { queue(kind, nullptr, nullptr, after); }
+
+  // The end of the text from `at`, or null at an invalid UTF-8 sequence.
+  const Byte* text(const Byte* at, TextStops stops) const noexcept {
+    for (;;) {
+      at = scan_text(at, end, stops);
+      if (at == end || *at < 0x80) return at;
+      const auto sequence = decode_multibyte(at, end);
+      if (sequence.length == 0) return nullptr;
+      at += sequence.length;
+    }
+  }
+
+  // The end of the name at `at`, or null when there is none.
+  const Byte* name(const Byte* at) const noexcept {
+    const NameScan scan = read_name(at, end);
+    return scan.valid && scan.end != at ? scan.end : nullptr;
+  }
+
+  const Byte* whitespace(const Byte* at) const noexcept {
+    while (at != end && is_whitespace(*at)) ++at;
+    return at;
+  }
+
+  bool looking_at(const Byte* at, std::string_view text) const noexcept {
+    return static_cast<std::size_t>(end - at) >= text.size() &&
+           std::memcmp(at, text.data(), text.size()) == 0;
+  }
+
+  bool content() noexcept {
+    const Byte* stop = text(p, kContentStops);
+    if (stop == nullptr) return false;
+    if (stop != p) queue(TokenKind::CharData, p, stop, stop);
+    if (stop == end) return false;
+    if (*stop == '<') return markup(stop + 1);
+    if (*stop == '&') return reference(stop + 1);
+    return carriage_return(stop);
+  }
+
+  // A CR in text: dropped before an LF or at the end of the data, else a line feed of its own.
+  bool carriage_return(const Byte* cr) noexcept {
+    const Byte* after = cr + 1;
+    if (after == end || *after == '\n') {
+      p = after;
+    } else {
+      const auto* lf = reinterpret_cast<const Byte*>(kLineFeed.data());
+      queue(TokenKind::CharData, lf, lf + 1, after);
+    }
+    return true;
+  }
+
+  // After "<".
+  bool markup(const Byte* at) noexcept {
+    if (at == end) return false;
+    if (*at == '/') return end_tag(at + 1);
+    if (*at == '!') return declaration(at + 1);
+    const Byte* name_end = name(at);
+    if (name_end == nullptr || name_end == end) return false;
+    if (*name_end != '>' && *name_end != '/' && !is_whitespace(*name_end)) return false;
+    queue(TokenKind::StartTagStart, at, name_end, name_end);
+    state = State::kStartTag;
+    return true;
+  }
+
+  // After "</".
+  bool end_tag(const Byte* at) noexcept {
+    const Byte* name_end = name(at);
+    if (name_end == nullptr) return false;
+    const Byte* close = whitespace(name_end);
+    if (close == end || *close != '>') return false;
+    queue(TokenKind::EndTag, at, name_end, close + 1);
+    return true;
+  }
+
+  // After "<!": a comment or a CDATA section.
+  bool declaration(const Byte* at) noexcept {
+    constexpr std::string_view kComment = "--";
+    constexpr std::string_view kCdata = "[CDATA[";
+    if (looking_at(at, kComment)) {
+      queue(TokenKind::CommentStart, at + kComment.size());
+      state = State::kComment;
+      return true;
+    }
+    if (looking_at(at, kCdata)) {
+      queue(TokenKind::CDATAStart, at + kCdata.size());
+      state = State::kCdata;
+      return true;
+    }
+    return false;
+  }
+
+  // After "&".
+  bool reference(const Byte* at) noexcept {
+    if (at != end && *at == '#') return char_reference(at + 1);
+    const Byte* name_end = name(at);
+    if (name_end == nullptr || name_end == end || *name_end != ';') return false;
+    queue(TokenKind::EntityRef, at, name_end, name_end + 1);
+    return true;
+  }
+
+  // After "&#".
+  bool char_reference(const Byte* value) noexcept {
+    if (value == end) return false;
+    const bool hex = *value == 'x';
+    const Byte* digits = hex ? value + 1 : value;
+    const Byte* stop = digits;
+    while (stop != end && (hex ? is_hex_digit(*stop) : is_decimal_digit(*stop))) ++stop;
+    const auto count = stop - digits;
+    if (count < 1 || count > (hex ? 8 : 10) || stop == end || *stop != ';') return false;
+    queue(TokenKind::CharRef, value, stop, stop + 1);
+    return true;
+  }
+
+  bool start_tag() noexcept {
+    const Byte* at = whitespace(p);
+    if (at == end) return false;
+    if (*at == '>') {
+      queue(TokenKind::StartTagEnd, at + 1);
+      state = State::kContent;
+      return true;
+    }
+    if (*at == '/') {
+      if (at + 1 == end || at[1] != '>') return false;
+      // The token keeps the value of the one before it.
+      const std::string_view before =
+          out == first
+              ? handed_out
+              : std::string_view(reinterpret_cast<const char*>(out[-1].value), out[-1].length);
+      const auto* value = reinterpret_cast<const Byte*>(before.data());
+      queue(TokenKind::StartTagEndEmpty, value, value + before.size(), at + 2);
+      state = State::kContent;
+      return true;
+    }
+    return at != p && attribute_name(at);
+  }
+
+  bool attribute_name(const Byte* at) noexcept {
+    const Byte* name_end = name(at);
+    if (name_end == nullptr) return false;
+    const Byte* equals = whitespace(name_end);
+    if (equals == end || *equals != '=') return false;
+    const Byte* open = whitespace(equals + 1);
+    if (open == end || (*open != '"' && *open != '\'')) return false;
+    quote = static_cast<char>(*open);
+    queue(TokenKind::AttributeStart, at, name_end, open + 1);
+    state = State::kAttrValue;
+    return true;
+  }
+
+  bool attribute_value() noexcept {
+    const Byte* stop = text(p, quote == '"' ? kDoubleQuotedStops : kSingleQuotedStops);
+    if (stop == nullptr || stop == end || *stop == '<') return false;
+    if (stop != p) queue(TokenKind::CharData, p, stop, stop);
+    if (*stop == '&') return reference(stop + 1);
+    if (*stop == '\r') return carriage_return(stop);
+    queue(TokenKind::AttributeEnd, stop + 1);
+    state = State::kStartTag;
+    return true;
+  }
+
+  bool section(const Section& section) noexcept {
+    const Byte* stop = p;
+    for (;;) {
+      stop = text(stop, section.stop);
+      if (stop == nullptr || stop == end) return false;
+      if (*stop == '\r' || looking_at(stop, section.terminator)) break;
+      if (section.doubled != nullptr && stop + 1 != end && stop[1] == *stop) return false;
+      ++stop;
+    }
+    if (stop != p) queue(TokenKind::CharData, p, stop, stop);
+    if (*stop == '\r') return carriage_return(stop);
+    queue(section.end_token, stop + section.terminator.size());
+    state = State::kContent;
+    return true;
+  }
+};
+
+void XmlStringTokenizerBase::read_ahead() noexcept {
+  ReadAhead ahead{pos_, end_, queue_.data(), queue_.data(), state_, quote_, value_};
+  const QueuedToken* last_step = queue_.data() + kQueueSize - ReadAhead::kMostPerStep;
+  while (ahead.out <= last_step && ahead.step()) {
+  }
+  queued_ = static_cast<std::uint32_t>(ahead.out - queue_.data());
+  state_ = ahead.state;
+  quote_ = ahead.quote;
 }
 
 // ---- Content and markup ----
@@ -344,24 +588,11 @@ TokenKind XmlStringTokenizerBase::parse_attrvalue() {
 
 // ---- Sections of text: comments, processing instructions, CDATA, DOCTYPE ----
 
-TokenKind XmlStringTokenizerBase::parse_comment() {
-  static constexpr Section kComment = {
-      {'-', '-', '-'},          "-->",           TokenKind::CommentEnd,
-      "End of data in comment", "parse_comment", "Sequence '--' is invalid in comment"};
-  return parse_section(kComment);
-}
+TokenKind XmlStringTokenizerBase::parse_comment() { return parse_section(Section::kComment); }
 
-TokenKind XmlStringTokenizerBase::parse_pi() {
-  static constexpr Section kPi = {
-      {'?', '?', '?'}, "?>", TokenKind::PIEnd, "End of data in processing instruction", "parse_pi"};
-  return parse_section(kPi);
-}
+TokenKind XmlStringTokenizerBase::parse_pi() { return parse_section(Section::kPi); }
 
-TokenKind XmlStringTokenizerBase::parse_cdata() {
-  static constexpr Section kCdata = {
-      {']', ']', ']'}, "]]>", TokenKind::CDATAEnd, "End of data in CDATA", "parse_cdata"};
-  return parse_section(kCdata);
-}
+TokenKind XmlStringTokenizerBase::parse_cdata() { return parse_section(Section::kCdata); }
 
 TokenKind XmlStringTokenizerBase::parse_section(const Section& section) {
   for (;;) {
@@ -455,25 +686,9 @@ bool XmlStringTokenizerBase::invalid_utf8() {
 // Moves over a name, stopping before the first character that may not be part of it. False
 // after a failure; an empty name is for the caller to report.
 bool XmlStringTokenizerBase::consume_name() {
-  std::uint16_t allowed = kNameStartClasses;
-  const Byte* p = pos_;
-  while (p != end_) {
-    if (*p < 0x80) {
-      if ((kAsciiClasses[*p] & allowed) == 0) break;
-      p = scan_name(p + 1, end_);
-    } else {
-      const auto sequence = decode_multibyte(p, end_);
-      if (sequence.length == 0) {
-        pos_ = p;
-        return invalid_utf8();
-      }
-      if ((char_class(sequence.code_point) & allowed) == 0) break;
-      p += sequence.length;
-    }
-    allowed = kNameClasses;
-  }
-  pos_ = p;
-  return true;
+  const NameScan name = read_name(pos_, end_);
+  pos_ = name.end;
+  return name.valid || invalid_utf8();
 }
 
 // Moves over white space; whether there was any.

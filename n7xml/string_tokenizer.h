@@ -10,6 +10,7 @@
 // the tokenizer and the values taken from it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -87,7 +88,11 @@ struct TextStops;
 // constructs it.
 class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
  public:
-  TokenKind next_token() final;
+  // Hands out the next token read ahead, or reads on.
+  TokenKind next_token() final {
+    if (next_ == queued_) return read_on();
+    return hand_out();
+  }
   TokenKind last_token() const noexcept final { return last_token_; }
   std::string_view token_value() const noexcept final { return value_; }
   int line() const noexcept final {
@@ -112,6 +117,16 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
  private:
   using Byte = unsigned char;
   struct Section;
+  struct ReadAhead;
+
+  // A token read ahead, with the position after it.
+  struct QueuedToken {
+    const Byte* value;
+    std::size_t length;
+    const Byte* end;
+    TokenKind kind;
+  };
+  static constexpr std::size_t kQueueSize = 32;
 
   enum class State : std::uint32_t {
     kBeforeDocument = 1,
@@ -128,6 +143,15 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
     kContent = 12,
   };
 
+  TokenKind hand_out() noexcept {
+    const QueuedToken& token = queue_[next_++];
+    value_ = std::string_view(reinterpret_cast<const char*>(token.value), token.length);
+    pos_ = token.end;
+    last_token_ = token.kind;
+    return token.kind;
+  }
+  TokenKind read_on();
+  void read_ahead() noexcept;
   TokenKind dispatch();
   TokenKind parse_content();
   TokenKind parse_markup();
@@ -183,6 +207,12 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   mutable const Byte* line_start_;
   n7core::RefCountPtr<const n7core::ErrorInfo> error_;
   mutable const Byte* counted_;
+  // The tokens read ahead: those in [next_, queued_) are still to be handed out. The state and
+  // the quote above are those after the last of them; the position and the value those of the
+  // token last handed out.
+  std::uint32_t next_ = 0;
+  std::uint32_t queued_ = 0;
+  std::array<QueuedToken, kQueueSize> queue_;
 };
 
 }  // namespace impl

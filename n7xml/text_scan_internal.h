@@ -200,4 +200,28 @@ inline n7core::Utf8Sequence decode_multibyte(const Byte* p, const Byte* end) noe
       std::string_view(reinterpret_cast<const char*>(p), static_cast<std::size_t>(left)));
 }
 
+// Where the name that begins at `p` ends (at `p` when none does), and whether the name is cut
+// short by an invalid UTF-8 sequence, which then begins at `end`.
+struct NameScan {
+  const Byte* end;
+  bool valid;
+};
+
+inline NameScan read_name(const Byte* p, const Byte* end) noexcept {
+  std::uint16_t allowed = kNameStartClasses;
+  while (p != end) {
+    if (*p < 0x80) {
+      if ((kAsciiClasses[*p] & allowed) == 0) break;
+      p = scan_name(p + 1, end);
+    } else {
+      const auto sequence = decode_multibyte(p, end);
+      if (sequence.length == 0) return {p, false};
+      if ((char_class(sequence.code_point) & allowed) == 0) break;
+      p += sequence.length;
+    }
+    allowed = kNameClasses;
+  }
+  return {p, true};
+}
+
 }  // namespace n7xml::impl
