@@ -1,11 +1,12 @@
 // The tokenizer's bulk scanners: they move over the runs of bytes that need no decision one by
-// one (plain text up to its next special byte, the ASCII characters of a name) and over the
-// well-formed multi-byte characters met on the way.
+// one (plain text up to its next special byte, the characters of a name) and count the line ends
+// in what has been read.
 //
-// The text and name scanners come twice: a vector version that tests 16 bytes a step (SSE2,
-// which every x86-64 processor has) and a plain one that goes byte by byte. Both give the same
-// answer for every input; a process-wide switch makes the tokenizer use the plain ones, so that
-// tests and fuzzers can check the two against each other.
+// The text scanner and the line counter come twice: a vector version that tests 16 bytes a step
+// (SSE2, which every x86-64 processor has) and a plain one that goes byte by byte. Both give the
+// same answer for every input. A process-wide switch makes the tokenizer use the plain ones and
+// read one token at a time, so that tests and fuzzers can check the two ways against each other.
+// Names are short: a table lookup per byte beats setting up a vector test.
 #pragma once
 
 #include <array>
@@ -25,8 +26,8 @@ namespace n7xml::impl {
 
 using Byte = unsigned char;
 
-// The process-wide choice of scanners: true for the plain ones. Set it only while no tokenizer
-// is at work.
+// The process-wide choice of scanners: true for the plain ones, with no reading ahead. Set it
+// only while no tokenizer is at work.
 inline bool g_plain_scanners = false;
 
 // The bytes that end or interrupt one kind of text, besides those every kind stops at: CR, and
@@ -53,9 +54,15 @@ inline constexpr std::array<std::uint16_t, 128> kAsciiClasses = [] {
   return table;
 }();
 
-constexpr bool is_ascii_name_char(Byte c) noexcept {
-  return c < 0x80 && (kAsciiClasses[c] & kNameClasses) != 0;
-}
+// For each byte value, whether it is an ASCII name character.
+inline constexpr std::array<bool, 256> kAsciiNameBytes = [] {
+  std::array<bool, 256> table{};
+  for (std::size_t c = 0; c < kAsciiClasses.size(); ++c)
+    table[c] = (kAsciiClasses[c] & kNameClasses) != 0;
+  return table;
+}();
+
+constexpr bool is_ascii_name_char(Byte c) noexcept { return kAsciiNameBytes[c]; }
 
 // Moves over text from `p` to the first CR, byte of 0x80 or above, byte of `stops`, or `end`.
 inline const Byte* scan_text_plain(const Byte* p, const Byte* end, TextStops stops) noexcept {
@@ -78,15 +85,15 @@ inline LineEnds count_line_ends_plain(const Byte* p, const Byte* stop, const Byt
 }
 
 // Moves over the ASCII name characters from `p`.
-inline const Byte* scan_name_plain(const Byte* p, const Byte* end) noexcept {
+inline const Byte* scan_name(const Byte* p, const Byte* end) noexcept {
   while (p != end && is_ascii_name_char(*p)) ++p;
   return p;
 }
 
 #if defined(__SSE2__)
 
-// The 16 bytes at `p`; when fewer remain, those followed by zeros, which stop neither scan of
-// text nor the end of a name before `end` would.
+// The 16 bytes at `p`; when fewer remain, those followed by zeros, which do not stop a scan of
+// text before `end` would.
 inline __m128i load_block(const Byte* p, const Byte* end) noexcept {
   if (end - p >= 16) return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
   alignas(16) Byte tail[16] = {};
@@ -136,28 +143,6 @@ inline LineEnds count_line_ends_sse2(const Byte* p, const Byte* stop, const Byte
   return ends;
 }
 
-// The bytes of `v` that are ASCII name characters: letters, digits, "-", ".", ":" and "_".
-inline __m128i ascii_name_bytes(__m128i v) noexcept {
-  // A byte lies in [low, low + n) when, moved so that `low` lands on -128, it is below -128 + n.
-  const auto in_range = [](__m128i bytes, char low, char n) {
-    const __m128i moved = _mm_add_epi8(bytes, _mm_set1_epi8(static_cast<char>(-128 - low)));
-    return _mm_cmplt_epi8(moved, _mm_set1_epi8(static_cast<char>(-128 + n)));
-  };
-  const __m128i letter = in_range(_mm_or_si128(v, _mm_set1_epi8(0x20)), 'a', 26);
-  const __m128i punctuation_or_digit =
-      _mm_andnot_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('/')), in_range(v, '-', ':' - '-' + 1));
-  const __m128i underscore = _mm_cmpeq_epi8(v, _mm_set1_epi8('_'));
-  return _mm_or_si128(_mm_or_si128(letter, punctuation_or_digit), underscore);
-}
-
-inline const Byte* scan_name_sse2(const Byte* p, const Byte* end) noexcept {
-  for (; p < end; p += 16) {
-    const unsigned others = ~byte_mask(ascii_name_bytes(load_block(p, end))) & 0xFFFFu;
-    if (others != 0) return p + __builtin_ctz(others);
-  }
-  return end;
-}
-
 #endif  // __SSE2__
 
 inline const Byte* scan_text(const Byte* p, const Byte* end, TextStops stops) noexcept {
@@ -172,13 +157,6 @@ inline LineEnds count_line_ends(const Byte* p, const Byte* stop, const Byte* end
   if (!g_plain_scanners) return count_line_ends_sse2(p, stop, end);
 #endif
   return count_line_ends_plain(p, stop, end);
-}
-
-inline const Byte* scan_name(const Byte* p, const Byte* end) noexcept {
-#if defined(__SSE2__)
-  if (!g_plain_scanners) return scan_name_sse2(p, end);
-#endif
-  return scan_name_plain(p, end);
 }
 
 // Decodes the multi-byte character at `p`. The well-formed two- and three-byte sequences that
@@ -213,6 +191,7 @@ inline NameScan read_name(const Byte* p, const Byte* end) noexcept {
     if (*p < 0x80) {
       if ((kAsciiClasses[*p] & allowed) == 0) break;
       p = scan_name(p + 1, end);
+      if (p == end || *p < 0x80) break;  // at a byte that is not a name character
     } else {
       const auto sequence = decode_multibyte(p, end);
       if (sequence.length == 0) return {p, false};
