@@ -172,7 +172,7 @@ struct XmlStringTokenizerBase::ReadAhead {
   void queue(TokenKind kind, const Byte* after) noexcept { queue(kind, nullptr, nullptr, after); }
 
   // The end of the text from `at`, or null at an invalid UTF-8 sequence.
-  const Byte* text(const Byte* at, TextStops stops) const noexcept {
+  const Byte* text(const Byte* at, const TextStops& stops) const noexcept {
     for (;;) {
       at = scan_text(at, end, stops);
       if (at == end || *at < 0x80) return at;
@@ -567,7 +567,7 @@ TokenKind XmlStringTokenizerBase::parse_attrname() {
 }
 
 TokenKind XmlStringTokenizerBase::parse_attrvalue() {
-  const TextStops stops = quote_ == '"' ? kDoubleQuotedStops : kSingleQuotedStops;
+  const TextStops& stops = quote_ == '"' ? kDoubleQuotedStops : kSingleQuotedStops;
   for (;;) {
     const Byte* start = pos_;
     if (!skip_text(stops)) return TokenKind::Error;
@@ -652,7 +652,7 @@ TokenKind XmlStringTokenizerBase::parse_doctype() {
 
 // Moves over text up to the end of the data, a CR or a byte of `stops`, stepping over multi-byte
 // characters. False after a failure.
-bool XmlStringTokenizerBase::skip_text(TextStops stops) {
+bool XmlStringTokenizerBase::skip_text(const TextStops& stops) {
   for (;;) {
     pos_ = scan_text(pos_, end_, stops);
     if (pos_ == end_ || *pos_ < 0x80) return true;

@@ -126,7 +126,7 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
     const Byte* end;
     TokenKind kind;
   };
-  static constexpr std::size_t kQueueSize = 32;
+  static constexpr std::size_t kQueueSize = 64;
 
   enum class State : std::uint32_t {
     kBeforeDocument = 1,
@@ -173,7 +173,7 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   bool skip_to_terminator(const Section& section);
   bool consume_name();
   bool consume_utf8_char();
-  bool skip_text(TextStops stops);
+  bool skip_text(const TextStops& stops);
   bool skip_whitespace() noexcept;
   bool take_carriage_return() noexcept;
   bool invalid_utf8();

@@ -9,6 +9,7 @@
 // Names are short: a table lookup per byte beats setting up a vector test.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -30,11 +31,17 @@ using Byte = unsigned char;
 // only while no tokenizer is at work.
 inline bool g_plain_scanners = false;
 
-// The bytes that end or interrupt one kind of text, besides those every kind stops at: CR, and
-// the bytes of 0x80 and above, which begin multi-byte characters. A kind with fewer than three
-// repeats one.
+// The bytes that end or interrupt one kind of text: `a`, `b` and `c` (a kind with fewer than
+// three repeats one), and those every kind stops at: CR, and the bytes of 0x80 and above, which
+// begin multi-byte characters. Also kept as a table, for testing a byte with one lookup.
 struct TextStops {
+  constexpr TextStops(Byte a_, Byte b_, Byte c_) noexcept : a(a_), b(b_), c(c_) {
+    for (std::size_t byte = 0x80; byte < table.size(); ++byte) table[byte] = true;
+    table['\r'] = table[a] = table[b] = table[c] = true;
+  }
+
   Byte a, b, c;
+  std::array<bool, 256> table{};
 };
 
 // The line ends among the bytes [p, stop) of data that ends at `end`: every LF, and every CR
@@ -65,11 +72,9 @@ inline constexpr std::array<bool, 256> kAsciiNameBytes = [] {
 constexpr bool is_ascii_name_char(Byte c) noexcept { return kAsciiNameBytes[c]; }
 
 // Moves over text from `p` to the first CR, byte of 0x80 or above, byte of `stops`, or `end`.
-inline const Byte* scan_text_plain(const Byte* p, const Byte* end, TextStops stops) noexcept {
-  for (; p != end; ++p) {
-    const Byte c = *p;
-    if (c == stops.a || c == stops.b || c == stops.c || c == '\r' || c >= 0x80) break;
-  }
+inline const Byte* scan_text_plain(const Byte* p, const Byte* end,
+                                   const TextStops& stops) noexcept {
+  while (p != end && !stops.table[*p]) ++p;
   return p;
 }
 
@@ -105,10 +110,18 @@ inline unsigned byte_mask(__m128i bytes) noexcept {
   return static_cast<unsigned>(_mm_movemask_epi8(bytes));
 }
 
-inline const Byte* scan_text_sse2(const Byte* p, const Byte* end, TextStops stops) noexcept {
+inline constexpr std::ptrdiff_t kScalarPrefix = 8;
+
+inline const Byte* scan_text_sse2(const Byte* p, const Byte* end, const TextStops& stops) noexcept {
   const __m128i a = _mm_set1_epi8(static_cast<char>(stops.a));
   const __m128i b = _mm_set1_epi8(static_cast<char>(stops.b));
   const __m128i c = _mm_set1_epi8(static_cast<char>(stops.c));
+  // Most runs of text are short. Their first bytes are tested one by one: the processor predicts
+  // those tests and reads on ahead of them, where the next position would have to wait for the
+  // result of a vector test.
+  for (const Byte* first = p + std::min<std::ptrdiff_t>(end - p, kScalarPrefix); p != first; ++p) {
+    if (stops.table[*p]) return p;
+  }
   const __m128i cr = _mm_set1_epi8('\r');
   for (; p < end; p += 16) {
     const __m128i v = load_block(p, end);
@@ -145,7 +158,7 @@ inline LineEnds count_line_ends_sse2(const Byte* p, const Byte* stop, const Byte
 
 #endif  // __SSE2__
 
-inline const Byte* scan_text(const Byte* p, const Byte* end, TextStops stops) noexcept {
+inline const Byte* scan_text(const Byte* p, const Byte* end, const TextStops& stops) noexcept {
 #if defined(__SSE2__)
   if (!g_plain_scanners) return scan_text_sse2(p, end, stops);
 #endif
