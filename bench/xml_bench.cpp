@@ -7,17 +7,24 @@
 // - Pugixml: load_buffer_inplace with parse_minimal, on a fresh copy each time (the copy is not
 //   timed).
 // - Memchr: one memchr for a byte the document does not hold.
-// The document is about 20 MB of generated records: elements, attributes, text with entity and
-// character references, comments, CDATA sections and some non-ASCII text and names.
+// Each runs over two documents of about 20 MB of generated records:
+// - records: elements, attributes, text with entity and character references, comments, CDATA
+//   sections and some non-ASCII text and names;
+// - markup: elements dense with attributes, character references (decimal and hexadecimal) and
+//   named entities in attribute values and text, and CDATA sections; many short tokens.
+// The tokenizer's figure is printed as a ratio to pugixml's on each document.
 
 #include <benchmark/benchmark.h>
 #include <expat.h>
 
+#include <cstdio>
 #include <cstring>
 #include <pugixml.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "bench/ratio_reporter.h"
 #include "n7xml/string_tokenizer.h"
 
 namespace {
@@ -49,21 +56,42 @@ std::string make_record(int i) {
          "  </item>\n";
 }
 
-const std::string& document() {
-  static const std::string text = [] {
-    std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<catalog>\n";
-    for (int i = 0; out.size() < kDocumentSize; ++i) out += make_record(i);
-    return out + "</catalog>\n";
-  }();
+std::string make_markup_record(int i) {
+  const std::string n = std::to_string(i);
+  return "<entry key=\"k" + n + "\" type='account' ref=\"&#x41;&#66;" + n +
+         "\" flags=\"a&amp;b&lt;c\" owner=\"&quot;" + n +
+         "&quot;\" x=\"1\" y='2' z=\"&#x3C;&#62;\">"
+         "<v a=\"&apos;\" b=\"" +
+         n + "\"/><![CDATA[raw <data> & ]] more " + n +
+         "]]>&#x263A;&#169;&amp;&gt;caf&#xE9;"
+         "<w c=\"&#9;\" d=\"&lt;&gt;\" e='&amp;'><![CDATA[" +
+         n + "]]></w></entry>\n";
+}
+
+std::string make_document(std::string (*make)(int)) {
+  std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<catalog>\n";
+  for (int i = 0; out.size() < kDocumentSize; ++i) out += make(i);
+  return out + "</catalog>\n";
+}
+
+const std::string& records() {
+  static const std::string text = make_document(make_record);
   return text;
 }
 
-void set_bytes(benchmark::State& state) {
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
-                          static_cast<std::int64_t>(document().size()));
+const std::string& markup() {
+  static const std::string text = make_document(make_markup_record);
+  return text;
 }
 
-void BM_Xml_Tokenizer(benchmark::State& state) {
+using Document = const std::string& (*)();
+
+void set_bytes(benchmark::State& state, const std::string& text) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(text.size()));
+}
+
+void BM_Xml_Tokenizer(benchmark::State& state, Document document) {
   const std::string& text = document();
   for (auto _ : state) {
     n7xml::XmlStringTokenizer tokenizer(text);
@@ -76,10 +104,10 @@ void BM_Xml_Tokenizer(benchmark::State& state) {
     if (kind != n7xml::TokenKind::DocumentEnd) state.SkipWithError("tokenizer failed");
     benchmark::DoNotOptimize(value_bytes);
   }
-  set_bytes(state);
+  set_bytes(state, text);
 }
 
-void BM_Xml_Expat(benchmark::State& state) {
+void BM_Xml_Expat(benchmark::State& state, Document document) {
   const std::string& text = document();
   for (auto _ : state) {
     XML_Parser parser = XML_ParserCreate("UTF-8");
@@ -87,10 +115,10 @@ void BM_Xml_Expat(benchmark::State& state) {
     XML_ParserFree(parser);
     if (status != XML_STATUS_OK) state.SkipWithError("expat failed");
   }
-  set_bytes(state);
+  set_bytes(state, text);
 }
 
-void BM_Xml_Pugixml(benchmark::State& state) {
+void BM_Xml_Pugixml(benchmark::State& state, Document document) {
   const std::string& text = document();
   std::vector<char> buffer(text.size());
   for (auto _ : state) {
@@ -103,24 +131,49 @@ void BM_Xml_Pugixml(benchmark::State& state) {
     if (!result) state.SkipWithError("pugixml failed");
     benchmark::DoNotOptimize(doc.first_child());
   }
-  set_bytes(state);
+  set_bytes(state, text);
 }
 
-void BM_Xml_Memchr(benchmark::State& state) {
+void BM_Xml_Memchr(benchmark::State& state, Document document) {
   const std::string& text = document();
   for (auto _ : state) {
     // A scan of every byte (the text holds no NUL), not a string operation.
     // NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     benchmark::DoNotOptimize(std::memchr(text.data(), '\0', text.size()));
   }
-  set_bytes(state);
+  set_bytes(state, text);
 }
 
-BENCHMARK(BM_Xml_Tokenizer)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Xml_Expat)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Xml_Pugixml)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Xml_Memchr)->Unit(benchmark::kMillisecond);
+// Each benchmark over each document, named "BM_Xml_Tokenizer/records" and so on.
+void RegisterBenchmarks() {
+  using Benchmark = void (*)(benchmark::State&, Document);
+  const std::pair<const char*, Benchmark> benchmarks[] = {{"BM_Xml_Tokenizer", BM_Xml_Tokenizer},
+                                                          {"BM_Xml_Expat", BM_Xml_Expat},
+                                                          {"BM_Xml_Pugixml", BM_Xml_Pugixml},
+                                                          {"BM_Xml_Memchr", BM_Xml_Memchr}};
+  const std::pair<const char*, Document> documents[] = {{"records", records}, {"markup", markup}};
+  for (const auto& [document_name, document] : documents) {
+    for (const auto& [name, run] : benchmarks) {
+      benchmark::RegisterBenchmark((std::string(name) + "/" + document_name).c_str(), run, document)
+          ->Unit(benchmark::kMillisecond);
+    }
+  }
+}
+
+// Both runs go over the same bytes, so the ratio of their times is that of their throughputs.
+void PrintRatios(const n7bench::RatioTable& table) {
+  std::printf("\nThroughput, tokenizer / pugixml (above 1: tokenizer faster)\n");
+  for (const char* document : {"records", "markup"}) {
+    const auto ours = table.times.find(std::string("BM_Xml_Tokenizer/") + document);
+    const auto peer = table.times.find(std::string("BM_Xml_Pugixml/") + document);
+    if (ours == table.times.end() || peer == table.times.end()) continue;
+    std::printf("%-8s %6.2f\n", document, peer->second / ours->second);
+  }
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  RegisterBenchmarks();
+  return n7bench::RunWithRatios(argc, argv, PrintRatios);
+}

@@ -6,6 +6,7 @@
 
 #include "core/utf8.h"
 #include "n7xml/char_classes_internal.h"
+#include "n7xml/text_scan_internal.h"
 
 namespace n7xml {
 
@@ -30,51 +31,15 @@ namespace {
 
 constexpr char kSourceFile[] = "n7xml/string_tokenizer";
 
-// What stops a scan of text, byte by byte: one bit per kind of text, set on the bytes that end
-// or interrupt it, and one bit for the bytes every text scan must look at (line ends and the
-// lead bytes of multi-byte characters).
-enum : std::uint8_t {
-  kStopContent = 0x01,          // & <
-  kStopAttrDoubleQuote = 0x02,  // & < "
-  kStopAttrSingleQuote = 0x04,  // & < '
-  kStopComment = 0x08,          // -
-  kStopPi = 0x10,               // ?
-  kStopCdata = 0x20,            // ]
-  kStopDoctype = 0x40,          // < >
-  kTextSpecial = 0x80,          // CR, LF, 0x80 and above
-};
-
-constexpr std::array<std::uint8_t, 256> make_text_stops() {
-  std::array<std::uint8_t, 256> table{};
-  const auto set = [&table](char c, std::uint8_t bits) {
-    table[static_cast<unsigned char>(c)] |= bits;
-  };
-  set('&', kStopContent | kStopAttrDoubleQuote | kStopAttrSingleQuote);
-  set('<', kStopContent | kStopAttrDoubleQuote | kStopAttrSingleQuote | kStopDoctype);
-  set('"', kStopAttrDoubleQuote);
-  set('\'', kStopAttrSingleQuote);
-  set('-', kStopComment);
-  set('?', kStopPi);
-  set(']', kStopCdata);
-  set('>', kStopDoctype);
-  set('\r', kTextSpecial);
-  set('\n', kTextSpecial);
-  for (std::size_t byte = 0x80; byte < table.size(); ++byte) table[byte] |= kTextSpecial;
-  return table;
-}
-
-constexpr auto kTextStops = make_text_stops();
-
-constexpr std::array<std::uint16_t, 128> make_ascii_classes() {
-  std::array<std::uint16_t, 128> table{};
-  for (char32_t c = 0; c < table.size(); ++c) table[c] = char_class(c);
-  return table;
-}
-
-constexpr auto kAsciiClasses = make_ascii_classes();
+// What ends or interrupts each kind of text (besides CR and multi-byte characters).
+constexpr TextStops kContentStops = {'&', '<', '<'};
+constexpr TextStops kDoubleQuotedStops = {'&', '<', '"'};
+constexpr TextStops kSingleQuotedStops = {'&', '<', '\''};
+constexpr TextStops kDoctypeStops = {'<', '>', '>'};
 
 constexpr bool is_whitespace(unsigned char c) noexcept {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+  constexpr std::uint64_t kWhiteSpace = 1ull << ' ' | 1ull << '\t' | 1ull << '\r' | 1ull << '\n';
+  return c <= ' ' && (kWhiteSpace >> c & 1) != 0;
 }
 
 constexpr bool is_decimal_digit(unsigned char c) noexcept { return c >= '0' && c <= '9'; }
@@ -91,7 +56,7 @@ constexpr std::string_view kLineFeed = "\n";
 // A section of text that ends at a fixed terminator: a comment, a processing instruction or a
 // CDATA section.
 struct XmlStringTokenizerBase::Section {
-  std::uint8_t stop;  // the text-stop bit of the terminator's first byte
+  TextStops stop;  // the terminator's first byte
   std::string_view terminator;
   TokenKind end_token;
   const char* end_of_data;  // failure text when the data ends inside the section
@@ -99,7 +64,19 @@ struct XmlStringTokenizerBase::Section {
   // Failure text for the terminator's first byte doubled without the rest of the terminator;
   // null when that is ordinary text.
   const char* doubled = nullptr;
+
+  static const Section kComment;
+  static const Section kPi;
+  static const Section kCdata;
 };
+
+const XmlStringTokenizerBase::Section XmlStringTokenizerBase::Section::kComment = {
+    {'-', '-', '-'},          "-->",           TokenKind::CommentEnd,
+    "End of data in comment", "parse_comment", "Sequence '--' is invalid in comment"};
+const XmlStringTokenizerBase::Section XmlStringTokenizerBase::Section::kPi = {
+    {'?', '?', '?'}, "?>", TokenKind::PIEnd, "End of data in processing instruction", "parse_pi"};
+const XmlStringTokenizerBase::Section XmlStringTokenizerBase::Section::kCdata = {
+    {']', ']', ']'}, "]]>", TokenKind::CDATAEnd, "End of data in CDATA", "parse_cdata"};
 
 XmlStringTokenizerBase::XmlStringTokenizerBase(const char* data, std::size_t length,
                                                std::shared_ptr<const std::string> uri,
@@ -109,9 +86,14 @@ XmlStringTokenizerBase::XmlStringTokenizerBase(const char* data, std::size_t len
       pos_(data_),
       uri_(std::move(uri)),
       line_(first_line),
-      line_start_(data_) {}
+      line_start_(data_),
+      counted_(data_) {}
 
-TokenKind XmlStringTokenizerBase::next_token() {
+TokenKind XmlStringTokenizerBase::read_on() {
+  next_ = 0;
+  queued_ = 0;
+  if (!g_plain_scanners) read_ahead();
+  if (queued_ != 0) return hand_out();
   last_token_ = dispatch();
   return last_token_;
 }
@@ -146,12 +128,240 @@ TokenKind XmlStringTokenizerBase::dispatch() {
   return fail("next_token", __LINE__, "Invalid parser state");
 }
 
+// ---- Reading ahead ----
+//
+// The common tokens of content, start tags, comments and CDATA sections are read ahead into the
+// queue by one loop that keeps its position in a register. It takes only what is well formed: at
+// an error, at the end of the data, or at a token it leaves to the state machine (the XML
+// declaration, DOCTYPE, processing instructions) it stops before the token, and the state
+// machine below reads it, failing or throwing as it would have.
+
+struct XmlStringTokenizerBase::ReadAhead {
+  const Byte* p;  // the position after the last token queued, or after a CR dropped
+  const Byte* end;
+  const QueuedToken* first;
+  QueuedToken* out;
+  State state;
+  char quote;
+  std::string_view handed_out;  // the value of the token handed out before the queue
+
+  // At most the tokens one step queues.
+  static constexpr std::size_t kMostPerStep = 2;
+
+  bool step() noexcept {
+    switch (state) {
+      case State::kContent:
+        return content();
+      case State::kStartTag:
+        return start_tag();
+      case State::kAttrValue:
+        return attribute_value();
+      case State::kComment:
+        return section(Section::kComment);
+      case State::kCdata:
+        return section(Section::kCdata);
+      default:
+        return false;
+    }
+  }
+
+  void queue(TokenKind kind, const Byte* value, const Byte* value_end, const Byte* after) noexcept {
+    *out++ = {value, static_cast<std::size_t>(value_end - value), after, kind};
+    p = after;
+  }
+  void queue(TokenKind kind, const Byte* after) noexcept { queue(kind, nullptr, nullptr, after); }
+
+  // The end of the text from `at`, or null at an invalid UTF-8 sequence.
+  const Byte* text(const Byte* at, const TextStops& stops) const noexcept {
+    for (;;) {
+      at = scan_text(at, end, stops);
+      if (at == end || *at < 0x80) return at;
+      const auto sequence = decode_multibyte(at, end);
+      if (sequence.length == 0) return nullptr;
+      at += sequence.length;
+    }
+  }
+
+  // The end of the name at `at`, or null when there is none.
+  const Byte* name(const Byte* at) const noexcept {
+    const NameScan scan = read_name(at, end);
+    return scan.valid && scan.end != at ? scan.end : nullptr;
+  }
+
+  const Byte* whitespace(const Byte* at) const noexcept {
+    while (at != end && is_whitespace(*at)) ++at;
+    return at;
+  }
+
+  bool looking_at(const Byte* at, std::string_view text) const noexcept {
+    return static_cast<std::size_t>(end - at) >= text.size() &&
+           std::memcmp(at, text.data(), text.size()) == 0;
+  }
+
+  bool content() noexcept {
+    const Byte* stop = text(p, kContentStops);
+    if (stop == nullptr) return false;
+    if (stop != p) queue(TokenKind::CharData, p, stop, stop);
+    if (stop == end) return false;
+    if (*stop == '<') return markup(stop + 1);
+    if (*stop == '&') return reference(stop + 1);
+    return carriage_return(stop);
+  }
+
+  // A CR in text: dropped before an LF or at the end of the data, else a line feed of its own.
+  bool carriage_return(const Byte* cr) noexcept {
+    const Byte* after = cr + 1;
+    if (after == end || *after == '\n') {
+      p = after;
+    } else {
+      const auto* lf = reinterpret_cast<const Byte*>(kLineFeed.data());
+      queue(TokenKind::CharData, lf, lf + 1, after);
+    }
+    return true;
+  }
+
+  // After "<".
+  bool markup(const Byte* at) noexcept {
+    if (at == end) return false;
+    if (*at == '/') return end_tag(at + 1);
+    if (*at == '!') return declaration(at + 1);
+    const Byte* name_end = name(at);
+    if (name_end == nullptr || name_end == end) return false;
+    if (*name_end != '>' && *name_end != '/' && !is_whitespace(*name_end)) return false;
+    queue(TokenKind::StartTagStart, at, name_end, name_end);
+    state = State::kStartTag;
+    return true;
+  }
+
+  // After "</".
+  bool end_tag(const Byte* at) noexcept {
+    const Byte* name_end = name(at);
+    if (name_end == nullptr) return false;
+    const Byte* close = whitespace(name_end);
+    if (close == end || *close != '>') return false;
+    queue(TokenKind::EndTag, at, name_end, close + 1);
+    return true;
+  }
+
+  // After "<!": a comment or a CDATA section.
+  bool declaration(const Byte* at) noexcept {
+    constexpr std::string_view kComment = "--";
+    constexpr std::string_view kCdata = "[CDATA[";
+    if (looking_at(at, kComment)) {
+      queue(TokenKind::CommentStart, at + kComment.size());
+      state = State::kComment;
+      return true;
+    }
+    if (looking_at(at, kCdata)) {
+      queue(TokenKind::CDATAStart, at + kCdata.size());
+      state = State::kCdata;
+      return true;
+    }
+    return false;
+  }
+
+  // After "&".
+  bool reference(const Byte* at) noexcept {
+    if (at != end && *at == '#') return char_reference(at + 1);
+    const Byte* name_end = name(at);
+    if (name_end == nullptr || name_end == end || *name_end != ';') return false;
+    queue(TokenKind::EntityRef, at, name_end, name_end + 1);
+    return true;
+  }
+
+  // After "&#".
+  bool char_reference(const Byte* value) noexcept {
+    if (value == end) return false;
+    const bool hex = *value == 'x';
+    const Byte* digits = hex ? value + 1 : value;
+    const Byte* stop = digits;
+    while (stop != end && (hex ? is_hex_digit(*stop) : is_decimal_digit(*stop))) ++stop;
+    const auto count = stop - digits;
+    if (count < 1 || count > (hex ? 8 : 10) || stop == end || *stop != ';') return false;
+    queue(TokenKind::CharRef, value, stop, stop + 1);
+    return true;
+  }
+
+  bool start_tag() noexcept {
+    const Byte* at = whitespace(p);
+    if (at == end) return false;
+    if (*at == '>') {
+      queue(TokenKind::StartTagEnd, at + 1);
+      state = State::kContent;
+      return true;
+    }
+    if (*at == '/') {
+      if (at + 1 == end || at[1] != '>') return false;
+      // The token keeps the value of the one before it.
+      const std::string_view before =
+          out == first
+              ? handed_out
+              : std::string_view(reinterpret_cast<const char*>(out[-1].value), out[-1].length);
+      const auto* value = reinterpret_cast<const Byte*>(before.data());
+      queue(TokenKind::StartTagEndEmpty, value, value + before.size(), at + 2);
+      state = State::kContent;
+      return true;
+    }
+    return at != p && attribute_name(at);
+  }
+
+  bool attribute_name(const Byte* at) noexcept {
+    const Byte* name_end = name(at);
+    if (name_end == nullptr) return false;
+    const Byte* equals = whitespace(name_end);
+    if (equals == end || *equals != '=') return false;
+    const Byte* open = whitespace(equals + 1);
+    if (open == end || (*open != '"' && *open != '\'')) return false;
+    quote = static_cast<char>(*open);
+    queue(TokenKind::AttributeStart, at, name_end, open + 1);
+    state = State::kAttrValue;
+    return true;
+  }
+
+  bool attribute_value() noexcept {
+    const Byte* stop = text(p, quote == '"' ? kDoubleQuotedStops : kSingleQuotedStops);
+    if (stop == nullptr || stop == end || *stop == '<') return false;
+    if (stop != p) queue(TokenKind::CharData, p, stop, stop);
+    if (*stop == '&') return reference(stop + 1);
+    if (*stop == '\r') return carriage_return(stop);
+    queue(TokenKind::AttributeEnd, stop + 1);
+    state = State::kStartTag;
+    return true;
+  }
+
+  bool section(const Section& section) noexcept {
+    const Byte* stop = p;
+    for (;;) {
+      stop = text(stop, section.stop);
+      if (stop == nullptr || stop == end) return false;
+      if (*stop == '\r' || looking_at(stop, section.terminator)) break;
+      if (section.doubled != nullptr && stop + 1 != end && stop[1] == *stop) return false;
+      ++stop;
+    }
+    if (stop != p) queue(TokenKind::CharData, p, stop, stop);
+    if (*stop == '\r') return carriage_return(stop);
+    queue(section.end_token, stop + section.terminator.size());
+    state = State::kContent;
+    return true;
+  }
+};
+
+void XmlStringTokenizerBase::read_ahead() noexcept {
+  ReadAhead ahead{pos_, end_, queue_.data(), queue_.data(), state_, quote_, value_};
+  const QueuedToken* last_step = queue_.data() + kQueueSize - ReadAhead::kMostPerStep;
+  while (ahead.out <= last_step && ahead.step()) {
+  }
+  queued_ = static_cast<std::uint32_t>(ahead.out - queue_.data());
+  state_ = ahead.state;
+  quote_ = ahead.quote;
+}
+
 // ---- Content and markup ----
 
 TokenKind XmlStringTokenizerBase::parse_content() {
   for (;;) {
     const Byte* start = pos_;
-    if (!skip_text(kStopContent)) return TokenKind::Error;
+    if (!skip_text(kContentStops)) return TokenKind::Error;
     if (pos_ != start) return token(TokenKind::CharData, start, pos_);
     if (pos_ == end_) {
       state_ = State::kAtEnd;
@@ -357,7 +567,7 @@ TokenKind XmlStringTokenizerBase::parse_attrname() {
 }
 
 TokenKind XmlStringTokenizerBase::parse_attrvalue() {
-  const std::uint8_t stops = quote_ == '"' ? kStopAttrDoubleQuote : kStopAttrSingleQuote;
+  const TextStops& stops = quote_ == '"' ? kDoubleQuotedStops : kSingleQuotedStops;
   for (;;) {
     const Byte* start = pos_;
     if (!skip_text(stops)) return TokenKind::Error;
@@ -378,25 +588,11 @@ TokenKind XmlStringTokenizerBase::parse_attrvalue() {
 
 // ---- Sections of text: comments, processing instructions, CDATA, DOCTYPE ----
 
-TokenKind XmlStringTokenizerBase::parse_comment() {
-  static constexpr Section kComment = {
-      kStopComment,          "-->",
-      TokenKind::CommentEnd, "End of data in comment",
-      "parse_comment",       "Sequence '--' is invalid in comment"};
-  return parse_section(kComment);
-}
+TokenKind XmlStringTokenizerBase::parse_comment() { return parse_section(Section::kComment); }
 
-TokenKind XmlStringTokenizerBase::parse_pi() {
-  static constexpr Section kPi = {kStopPi, "?>", TokenKind::PIEnd,
-                                  "End of data in processing instruction", "parse_pi"};
-  return parse_section(kPi);
-}
+TokenKind XmlStringTokenizerBase::parse_pi() { return parse_section(Section::kPi); }
 
-TokenKind XmlStringTokenizerBase::parse_cdata() {
-  static constexpr Section kCdata = {kStopCdata, "]]>", TokenKind::CDATAEnd, "End of data in CDATA",
-                                     "parse_cdata"};
-  return parse_section(kCdata);
-}
+TokenKind XmlStringTokenizerBase::parse_cdata() { return parse_section(Section::kCdata); }
 
 TokenKind XmlStringTokenizerBase::parse_section(const Section& section) {
   for (;;) {
@@ -430,7 +626,7 @@ TokenKind XmlStringTokenizerBase::parse_doctype() {
   for (;;) {
     const Byte* start = pos_;
     for (;;) {
-      if (!skip_text(kStopDoctype)) return TokenKind::Error;
+      if (!skip_text(kDoctypeStops)) return TokenKind::Error;
       if (pos_ == end_ || *pos_ == '\r') break;
       if (*pos_ == '<') {
         ++doctype_depth_;
@@ -454,21 +650,13 @@ TokenKind XmlStringTokenizerBase::parse_doctype() {
 
 // ---- Characters ----
 
-// Moves over text up to the end of the data, a CR or a byte marked with `stops`, counting lines
-// and stepping over multi-byte characters. False after a failure.
-bool XmlStringTokenizerBase::skip_text(std::uint8_t stops) {
-  const std::uint8_t interesting = stops | kTextSpecial;
+// Moves over text up to the end of the data, a CR or a byte of `stops`, stepping over multi-byte
+// characters. False after a failure.
+bool XmlStringTokenizerBase::skip_text(const TextStops& stops) {
   for (;;) {
-    const Byte* p = pos_;
-    while (p != end_ && (kTextStops[*p] & interesting) == 0) ++p;
-    pos_ = p;
-    if (p == end_ || (kTextStops[*p] & stops) != 0 || *p == '\r') return true;
-    if (*p == '\n') {
-      ++pos_;
-      new_line();
-    } else if (!consume_utf8_char()) {
-      return false;
-    }
+    pos_ = scan_text(pos_, end_, stops);
+    if (pos_ == end_ || *pos_ < 0x80) return true;
+    if (!consume_utf8_char()) return false;
   }
 }
 
@@ -477,8 +665,7 @@ bool XmlStringTokenizerBase::consume_utf8_char() {
     ++pos_;
     return true;
   }
-  const auto sequence = n7core::decode_utf8(
-      std::string_view(reinterpret_cast<const char*>(pos_), static_cast<std::size_t>(end_ - pos_)));
+  const auto sequence = decode_multibyte(pos_, end_);
   if (sequence.length == 0) return invalid_utf8();
   pos_ += sequence.length;
   return true;
@@ -499,36 +686,15 @@ bool XmlStringTokenizerBase::invalid_utf8() {
 // Moves over a name, stopping before the first character that may not be part of it. False
 // after a failure; an empty name is for the caller to report.
 bool XmlStringTokenizerBase::consume_name() {
-  std::uint16_t allowed = kNameStartClasses;
-  while (pos_ != end_) {
-    std::uint16_t char_class_bits;
-    std::size_t length = 1;
-    if (*pos_ < 0x80) {
-      char_class_bits = kAsciiClasses[*pos_];
-    } else {
-      const auto sequence = n7core::decode_utf8(std::string_view(
-          reinterpret_cast<const char*>(pos_), static_cast<std::size_t>(end_ - pos_)));
-      if (sequence.length == 0) return invalid_utf8();
-      char_class_bits = char_class(sequence.code_point);
-      length = sequence.length;
-    }
-    if ((char_class_bits & allowed) == 0) break;
-    pos_ += length;
-    allowed = kNameClasses;
-  }
-  return true;
+  const NameScan name = read_name(pos_, end_);
+  pos_ = name.end;
+  return name.valid || invalid_utf8();
 }
 
-// Moves over white space, counting lines; whether there was any.
+// Moves over white space; whether there was any.
 bool XmlStringTokenizerBase::skip_whitespace() noexcept {
   const Byte* start = pos_;
-  while (pos_ != end_ && is_whitespace(*pos_)) {
-    if (*pos_ == '\r') {
-      take_carriage_return();
-    } else if (*pos_++ == '\n') {
-      new_line();
-    }
-  }
+  while (pos_ != end_ && is_whitespace(*pos_)) ++pos_;
   return pos_ != start;
 }
 
@@ -536,9 +702,7 @@ bool XmlStringTokenizerBase::skip_whitespace() noexcept {
 // the end of the data. Returns true for a CR that stands alone: it ends a line itself.
 bool XmlStringTokenizerBase::take_carriage_return() noexcept {
   ++pos_;
-  if (pos_ == end_ || *pos_ == '\n') return false;
-  new_line();
-  return true;
+  return pos_ != end_ && *pos_ != '\n';
 }
 
 bool XmlStringTokenizerBase::looking_at(std::string_view text) const noexcept {
@@ -546,10 +710,13 @@ bool XmlStringTokenizerBase::looking_at(std::string_view text) const noexcept {
          std::memcmp(pos_, text.data(), text.size()) == 0;
 }
 
-// The line break just consumed ends the line: the next begins at the position.
-void XmlStringTokenizerBase::new_line() noexcept {
-  ++line_;
-  line_start_ = pos_;
+void XmlStringTokenizerBase::count_lines_to_position() const noexcept {
+  const LineEnds ends = count_line_ends(counted_, pos_, end_);
+  if (ends.count != 0) {
+    line_ += ends.count;
+    line_start_ = ends.after_last;
+  }
+  counted_ = pos_;
 }
 
 // ---- Tokens and failures ----
@@ -589,6 +756,7 @@ n7core::RefCountPtr<const n7core::ErrorInfo> XmlStringTokenizerBase::make_error(
 n7core::RefCountPtr<const n7core::ErrorInfo> XmlStringTokenizerBase::compose_error(
     const n7core::ErrorCode& code, std::string_view text, const n7core::SourceLocation& location,
     const Byte* at) const {
+  count_lines();
   const Byte* position = at == nullptr || at < line_start_ ? pos_ : at;
   n7core::ErrorComposer composer(code, location);
   composer.append("[line {@line}, pos {@linePos}")

@@ -10,6 +10,7 @@
 // the tokenizer and the values taken from it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -81,15 +82,27 @@ N7_EXPORT extern const n7core::ErrorCode
 
 namespace impl {
 
+struct TextStops;
+
 // The tokenizer over a byte range. The state machine lives here; XmlStringTokenizer only
 // constructs it.
 class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
  public:
-  TokenKind next_token() final;
+  // Hands out the next token read ahead, or reads on.
+  TokenKind next_token() final {
+    if (next_ == queued_) return read_on();
+    return hand_out();
+  }
   TokenKind last_token() const noexcept final { return last_token_; }
   std::string_view token_value() const noexcept final { return value_; }
-  int line() const noexcept final { return line_; }
-  std::int64_t line_position() const noexcept final { return pos_ - line_start_; }
+  int line() const noexcept final {
+    count_lines();
+    return line_;
+  }
+  std::int64_t line_position() const noexcept final {
+    count_lines();
+    return pos_ - line_start_;
+  }
   const n7core::RefCountPtr<const n7core::ErrorInfo>& error() const noexcept final {
     return error_;
   }
@@ -104,6 +117,16 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
  private:
   using Byte = unsigned char;
   struct Section;
+  struct ReadAhead;
+
+  // A token read ahead, with the position after it.
+  struct QueuedToken {
+    const Byte* value;
+    std::size_t length;
+    const Byte* end;
+    TokenKind kind;
+  };
+  static constexpr std::size_t kQueueSize = 64;
 
   enum class State : std::uint32_t {
     kBeforeDocument = 1,
@@ -120,6 +143,15 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
     kContent = 12,
   };
 
+  TokenKind hand_out() noexcept {
+    const QueuedToken& token = queue_[next_++];
+    value_ = std::string_view(reinterpret_cast<const char*>(token.value), token.length);
+    pos_ = token.end;
+    last_token_ = token.kind;
+    return token.kind;
+  }
+  TokenKind read_on();
+  void read_ahead() noexcept;
   TokenKind dispatch();
   TokenKind parse_content();
   TokenKind parse_markup();
@@ -141,13 +173,17 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   bool skip_to_terminator(const Section& section);
   bool consume_name();
   bool consume_utf8_char();
-  bool skip_text(std::uint8_t stops);
+  bool skip_text(const TextStops& stops);
   bool skip_whitespace() noexcept;
   bool take_carriage_return() noexcept;
   bool invalid_utf8();
+  // Lines are counted only when asked for, over the bytes read since the last count.
+  void count_lines() const noexcept {
+    if (counted_ != pos_) count_lines_to_position();
+  }
+  void count_lines_to_position() const noexcept;
 
   bool looking_at(std::string_view text) const noexcept;
-  void new_line() noexcept;
   TokenKind token(TokenKind kind, std::string_view value = {}) noexcept;
   TokenKind token(TokenKind kind, const Byte* begin, const Byte* end) noexcept;
   TokenKind line_feed() noexcept;
@@ -167,9 +203,16 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   char quote_ = '"';
   std::int32_t doctype_depth_ = 0;
   std::shared_ptr<const std::string> uri_;
-  std::int32_t line_;
-  const Byte* line_start_;
+  mutable std::int32_t line_;  // the line and its start at `counted_`
+  mutable const Byte* line_start_;
   n7core::RefCountPtr<const n7core::ErrorInfo> error_;
+  mutable const Byte* counted_;
+  // The tokens read ahead: those in [next_, queued_) are still to be handed out. The state and
+  // the quote above are those after the last of them; the position and the value those of the
+  // token last handed out.
+  std::uint32_t next_ = 0;
+  std::uint32_t queued_ = 0;
+  std::array<QueuedToken, kQueueSize> queue_;
 };
 
 }  // namespace impl

@@ -1,7 +1,8 @@
 // libFuzzer target: the tokenizer over arbitrary bytes. Beyond the sanitizers' checks, it asserts
 // that every token value lies inside the document (or is the line feed a lone CR stands for),
 // that the stream ends within a bounded number of tokens, and that the tokenizer stays in its
-// error state once it has failed or ended.
+// error state once it has failed or ended; and that the vector and the plain scanners give the
+// same tokens, lines, positions and errors.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "core/error.h"
+#include "n7xml/scan_check_internal.h"
 #include "n7xml/string_tokenizer.h"
 
 namespace {
@@ -48,5 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check(std::string(e.info().code().name()) == "error.n7core.string.invalidUtf8");
   }
   check(tokenizer.next_token() == n7xml::TokenKind::Error);
+  const std::string_view text(document.data(), document.size());
+  check(n7xml::impl::token_trace(text, false) == n7xml::impl::token_trace(text, true));
   return 0;
 }

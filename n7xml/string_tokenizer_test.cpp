@@ -192,6 +192,27 @@ TEST(TokenizerTest, ErrorsNameLineAndPositionCountedInBytes) {
   EXPECT_EQ(tokenizer.token_value(), "");
 }
 
+// The line and position after each token, and after the last alone: the lines are counted up
+// to wherever the tokenizer stands, however far it has read since it was last asked.
+TEST(TokenizerTest, LineAndPositionFollowEveryToken) {
+  constexpr std::string_view kDocument = "<a\r\n b='1'>x\ny\rz</a>\r\n";
+  XmlStringTokenizer tokenizer(kDocument, nullptr, 3);
+  std::vector<std::string> positions;
+  do {
+    tokenizer.next_token();
+    positions.push_back(std::to_string(tokenizer.line()) + ":" +
+                        std::to_string(tokenizer.line_position()));
+  } while (tokenizer.last_token() != TokenKind::DocumentEnd);
+  EXPECT_THAT(positions, ElementsAre("3:0", "3:2", "4:4", "4:5", "4:6", "4:7", "5:1", "6:0", "6:1",
+                                     "6:5", "7:0", "7:0"));
+
+  XmlStringTokenizer unasked(kDocument, nullptr, 3);
+  while (unasked.next_token() != TokenKind::DocumentEnd) {
+  }
+  EXPECT_EQ(unasked.line(), 7);
+  EXPECT_EQ(unasked.line_position(), 0);
+}
+
 TEST(TokenizerTest, NoTokensAfterTheEndOrAnError) {
   XmlStringTokenizer ended("<a/>");
   while (ended.next_token() != TokenKind::DocumentEnd) {
