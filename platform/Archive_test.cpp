@@ -8,6 +8,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/Archive_test.h"
@@ -90,6 +91,7 @@ IMPLEMENT_DYNCREATE(CNotStorable, CObject)
 
 namespace {
 
+using n7platform::test_support::ArchiveCauseOf;
 using n7platform::test_support::ArchiveErrorOf;
 using n7platform::test_support::Loaded;
 using n7platform::test_support::Stored;
@@ -127,27 +129,14 @@ TEST_F(ArchiveTest, ValuesAreLittleEndianOfTheirWindowsWidths) {
                           0,    0,    0,    0,    0,    0,    0xF8, 0x3F, 0,    0,    0x80, 0x3E,
                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFD, 0xFF};
   EXPECT_EQ(bytes, expected);
-  Loaded(bytes, [](CArchive& ar) {
-    BYTE b = 0;
-    WORD w = 0;
-    DWORD d = 0;
-    int i = 0;
-    bool flag = false;
-    double real = 0;
-    float single = 0;
-    LONGLONG wide = 0;
-    short small = 0;
-    ar >> b >> w >> d >> i >> flag >> real >> single >> wide >> small;
-    EXPECT_EQ(b, 0x01);
-    EXPECT_EQ(w, 0x0302);
-    EXPECT_EQ(d, 0x07060504u);
-    EXPECT_EQ(i, -2);
-    EXPECT_TRUE(flag);
-    EXPECT_EQ(real, 1.5);
-    EXPECT_EQ(single, 0.25f);
-    EXPECT_EQ(wide, -1);
-    EXPECT_EQ(small, -3);
-  });
+  std::tuple<BYTE, WORD, DWORD, int, bool, double, float, LONGLONG, short> loaded{};
+  auto& [b, w, d, i, flag, real, single, wide, small] = loaded;
+  Loaded(bytes,
+         [&](CArchive& ar) { ar >> b >> w >> d >> i >> flag >> real >> single >> wide >> small; });
+  EXPECT_EQ(Stored([&](CArchive& ar) {
+              ar << b << w << d << i << flag << real << single << wide << small;
+            }),
+            bytes);
   EXPECT_EQ(ArchiveErrorOf({0x01},
                            [](CArchive& ar) {
                              WORD word = 0;
@@ -327,23 +316,13 @@ TEST_F(ArchiveTest, ArchivesRefuseTheWrongDirectionAndUseAfterClose) {
   CMemFile file;
   CArchive storing(&file, CArchive::store);
   BYTE byte = 0;
-  const auto cause_of = [](auto operation) {
-    try {
-      operation();
-    } catch (CArchiveException* e) {
-      const int cause = e->m_cause;
-      delete e;
-      return cause;
-    }
-    return -1;
-  };
-  EXPECT_EQ(cause_of([&] { storing >> byte; }), CArchiveException::writeOnly);
+  EXPECT_EQ(ArchiveCauseOf([&] { storing >> byte; }), CArchiveException::writeOnly);
   CNotStorable not_storable;
-  EXPECT_EQ(cause_of([&] { storing << &not_storable; }), CArchiveException::badClass);
+  EXPECT_EQ(ArchiveCauseOf([&] { storing << &not_storable; }), CArchiveException::badClass);
   storing.Close();
-  EXPECT_EQ(cause_of([&] { storing << byte; }), CArchiveException::genericException);
+  EXPECT_EQ(ArchiveCauseOf([&] { storing << byte; }), CArchiveException::genericException);
   CArchive loading(&file, CArchive::load);
-  EXPECT_EQ(cause_of([&] { loading << byte; }), CArchiveException::readOnly);
+  EXPECT_EQ(ArchiveCauseOf([&] { loading << byte; }), CArchiveException::readOnly);
 }
 
 TEST_F(ArchiveTest, ArchivesWorkOverFilesOnDisk) {

@@ -33,17 +33,22 @@ inline void Loaded(const std::vector<BYTE>& bytes, const std::function<void(CArc
   load(ar);
 }
 
-// The cause of the CArchiveException that `load` throws on `bytes`, or -1 when it throws none.
-inline int ArchiveErrorOf(const std::vector<BYTE>& bytes,
-                          const std::function<void(CArchive&)>& load) {
+// The cause of the CArchiveException that `operation` throws, or -1 when it throws none.
+inline int ArchiveCauseOf(const std::function<void()>& operation) {
   try {
-    Loaded(bytes, load);
+    operation();
   } catch (CArchiveException* e) {
     const int cause = e->m_cause;
     delete e;
     return cause;
   }
   return -1;
+}
+
+// The cause of the CArchiveException that `load` throws on `bytes`, or -1 when it throws none.
+inline int ArchiveErrorOf(const std::vector<BYTE>& bytes,
+                          const std::function<void(CArchive&)>& load) {
+  return ArchiveCauseOf([&] { Loaded(bytes, load); });
 }
 
 }  // namespace n7platform::test_support

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <thread>
 
 #include "platform/Exceptions.h"
@@ -31,13 +32,18 @@ TEST(SingleLockTest, LocksOnceUnlocksOnDestructionAndToleratesNull) {
 }
 
 TEST(SyncObjectTest, KindsWrapTheirKernelObjects) {
-  CEvent event(FALSE, TRUE);
+  auto owned_event = std::make_unique<CEvent>(FALSE, TRUE);
+  CEvent& event = *owned_event;
+  EXPECT_TRUE(event.IsKindOf(RUNTIME_CLASS(CSyncObject)));
   EXPECT_FALSE(event.Lock(0));
   EXPECT_TRUE(event.SetEvent());
   EXPECT_TRUE(event.Lock(0));
   EXPECT_TRUE(event.Lock(0));  // manual reset
   EXPECT_TRUE(event.ResetEvent());
   EXPECT_FALSE(event.Lock(0));
+  const HANDLE handle = event;
+  owned_event.reset();
+  EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_FAILED);  // the destructor closed it
 
   CSemaphore semaphore(0, 2);
   EXPECT_FALSE(semaphore.Lock(0));
