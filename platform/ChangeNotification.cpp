@@ -33,7 +33,7 @@
 #include "platform/KernelObjects.h"
 #include "platform/KernelObjects_internal.h"
 #include "platform/NoDestructor.h"
-#include "platform/SyncObjects.h"
+#include "platform/ServiceMutex.h"
 #include "platform/TextCodec.h"
 
 namespace n7platform::internal {
@@ -140,7 +140,7 @@ class Watcher {
   Notifications ReadChanges() REQUIRES(section_);
   void Collect(std::uint32_t mask, int watch, Notifications& changed) REQUIRES(section_);
 
-  CCriticalSection section_;  // serialises reading the instance and changing the watches
+  ServiceMutex section_;  // serialises reading the instance and changing the watches
   const int fd_;
   bool running_ = false;  // set by the constructor only
   std::unordered_map<int, std::vector<Entry>> watches_ GUARDED_BY(section_);
@@ -182,7 +182,7 @@ DWORD ErrorOfWatch(int error) {
 DWORD Watcher::Watch(const std::string& path,
                      const std::shared_ptr<ChangeNotification>& notification) {
   if (!running_) return ERROR_NOT_ENOUGH_MEMORY;
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   // A directory watched twice has one watch; its mask is the union of what each asks for.
   const int watch = inotify_add_watch(
       fd_, path.c_str(), notification->interest().WatchMask() | IN_MASK_ADD | IN_ONLYDIR);
@@ -193,7 +193,7 @@ DWORD Watcher::Watch(const std::string& path,
 }
 
 void Watcher::Unwatch(int watch, const ChangeNotification* notification) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   const auto found = watches_.find(watch);
   if (found == watches_.end()) return;
   auto& entries = found->second;
@@ -205,7 +205,7 @@ void Watcher::Unwatch(int watch, const ChangeNotification* notification) {
 
 void Watcher::Deliver(ChangeNotification* rearm) {
   Notifications changed;  // released last: a notification's destructor takes the section
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   changed = ReadChanges();
   // One batch read is one change for each notification it concerns, however many events.
   std::sort(changed.begin(), changed.end());

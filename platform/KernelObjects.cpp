@@ -13,13 +13,6 @@
 #include "platform/KernelObjects_internal.h"
 #include "platform/NoDestructor.h"
 
-namespace {
-thread_local DWORD last_error = ERROR_SUCCESS;
-}  // namespace
-
-DWORD GetLastError() { return last_error; }
-void SetLastError(DWORD error) { last_error = error; }
-
 namespace n7platform::internal {
 
 void ObjectLock::WaitUntilFree() const {

@@ -11,11 +11,9 @@
 
 #include <cstdint>
 
+#include "platform/LastError.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
-
-N7_EXPORT DWORD GetLastError();
-N7_EXPORT void SetLastError(DWORD error);
 
 // Creates an unnamed event; a non-null name fails with ERROR_NOT_SUPPORTED (50). `security` is
 // accepted and ignored.

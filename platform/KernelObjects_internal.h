@@ -17,6 +17,7 @@
 
 #include "platform/Clock.h"
 #include "platform/KernelObjects.h"
+#include "platform/ServiceMutex.h"
 #include "platform/thread_annotations.h"
 #include "platform/windows_types.h"
 
@@ -54,32 +55,6 @@ class SCOPED_CAPABILITY ObjectGuard {
 
  private:
   ObjectLock& lock_;
-};
-
-// The lock of one of the layer's services (thread bookkeeping, the message queues' directory),
-// usable with std::condition_variable. Never taken for a kernel object's own state.
-class CAPABILITY("mutex") ServiceMutex {
- public:
-  std::mutex& native() { return mutex_; }
-  // Tells the analysis that the caller holds the lock (inside a condition variable's predicate).
-  void AssertHeld() const ASSERT_CAPABILITY(this) {}
-
- private:
-  std::mutex mutex_;
-};
-
-// Holds a ServiceMutex for a scope; lock() is what condition variables need.
-class SCOPED_CAPABILITY ServiceGuard {
- public:
-  explicit ServiceGuard(ServiceMutex& mutex) ACQUIRE(mutex) : lock_(mutex.native()) {}
-  ~ServiceGuard() RELEASE() = default;
-  ServiceGuard(const ServiceGuard&) = delete;
-  ServiceGuard& operator=(const ServiceGuard&) = delete;
-
-  std::unique_lock<std::mutex>& lock() { return lock_; }
-
- private:
-  std::unique_lock<std::mutex> lock_;
 };
 
 // The mutexes a thread owns, so that its end can abandon them (defined with the mutexes).

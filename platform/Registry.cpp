@@ -24,7 +24,7 @@
 #include "platform/NoDestructor.h"
 #include "platform/RegistryStore_internal.h"
 #include "platform/RegistryText_internal.h"
-#include "platform/SyncObjects.h"
+#include "platform/ServiceMutex.h"
 #include "platform/TextCodec.h"
 
 namespace n7platform::internal {
@@ -95,7 +95,7 @@ class Registry {
   // The open key behind `key`, a predefined key (its store opened on first use) or a handle.
   DWORD Find(HKEY key, std::shared_ptr<const OpenKey>* open) EXCLUDES(section_) {
     if (const std::optional<Hive> hive = PredefinedHive(key)) {
-      CriticalSectionLock lock(section_);
+      ServiceGuard lock(section_);
       return Root(*hive, open);
     }
     *open = handles_.Share(key);
@@ -117,7 +117,7 @@ class Registry {
   void Use(const StoreSettings* settings) EXCLUDES(section_) {
     handles_.RemoveAll();
     {
-      CriticalSectionLock lock(section_);
+      ServiceGuard lock(section_);
       roots_ = {};
       settings_.reset();
       if (settings != nullptr) settings_ = *settings;
@@ -139,7 +139,7 @@ class Registry {
     return ERROR_SUCCESS;
   }
 
-  CCriticalSection section_;
+  ServiceMutex section_;
   std::optional<StoreSettings> settings_ GUARDED_BY(section_);
   std::array<std::shared_ptr<const OpenKey>, kHiveCount> roots_ GUARDED_BY(section_);
   HandleTable<const OpenKey> handles_{HandleKind::kRegistryKey};

@@ -30,7 +30,7 @@
 #include "platform/NoDestructor.h"
 #include "platform/Registry.h"
 #include "platform/RegistryStore_internal.h"
-#include "platform/SyncObjects.h"
+#include "platform/ServiceMutex.h"
 
 namespace n7platform::internal {
 namespace {
@@ -60,7 +60,7 @@ class Notifier {
 
   DWORD Add(Registration registration) EXCLUDES(section_) {
     {
-      CriticalSectionLock lock(section_);
+      ServiceGuard lock(section_);
       if (DWORD error = Start()) return error;
       Watch(registration.store->announce_path());
     }
@@ -68,7 +68,7 @@ class Notifier {
     // the notifier; one committed before the registration is listed is found by the Wake below.
     if (DWORD error = registration.store->LastChange(&registration.after)) return error;
     {
-      CriticalSectionLock lock(section_);
+      ServiceGuard lock(section_);
       registrations_.push_back(std::move(registration));
       any_.store(true, std::memory_order_relaxed);
     }
@@ -79,7 +79,7 @@ class Notifier {
   // Signals and ends the registrations `which` selects.
   template <typename Predicate>
   void End(Predicate which) EXCLUDES(section_) {
-    CriticalSectionLock lock(section_);
+    ServiceGuard lock(section_);
     std::erase_if(registrations_, [&which](const Registration& registration) {
       if (!which(registration)) return false;
       SetEvent(registration.event);
@@ -134,7 +134,7 @@ class Notifier {
 
   // The stores with registrations, each with the oldest log entry one of them has seen.
   std::map<std::shared_ptr<HiveStore>, std::int64_t> Pending() EXCLUDES(section_) {
-    CriticalSectionLock lock(section_);
+    ServiceGuard lock(section_);
     std::map<std::shared_ptr<HiveStore>, std::int64_t> pending;
     for (const Registration& registration : registrations_) {
       auto [entry, added] = pending.emplace(registration.store, registration.after);
@@ -162,14 +162,14 @@ class Notifier {
                return change.seq > registration.after && Concerns(change, registration);
              });
     });
-    CriticalSectionLock lock(section_);
+    ServiceGuard lock(section_);
     for (Registration& registration : registrations_) {
       if (registration.store.get() == store)
         registration.after = std::max(registration.after, last);
     }
   }
 
-  CCriticalSection section_;
+  ServiceMutex section_;
   std::vector<Registration> registrations_ GUARDED_BY(section_);
   bool started_ GUARDED_BY(section_) = false;
   std::atomic<bool> any_{false};  // whether there are registrations, read without the section

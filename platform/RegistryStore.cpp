@@ -11,8 +11,8 @@
 #include "platform/Registry.h"
 #include "platform/RegistryStore_internal.h"
 #include "platform/RegistryText_internal.h"
-#include "platform/Time.h"
 #include "platform/TextCodec.h"
+#include "platform/Time.h"
 
 namespace n7platform::internal {
 namespace {
@@ -566,7 +566,7 @@ DWORD HiveStore::KeyExists(const KeyRef& key, DWORD error_if_present) {
 DWORD HiveStore::CreateKey(const KeyRef& parent, std::span<const RegName> path,
                            const std::string& class_name, bool is_volatile,
                            const std::vector<BYTE>& security, KeyRef* key, DWORD* disposition) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
   std::size_t found = 0;
@@ -590,14 +590,14 @@ DWORD HiveStore::CreateKey(const KeyRef& parent, std::span<const RegName> path,
 }
 
 DWORD HiveStore::OpenKey(const KeyRef& parent, std::span<const RegName> path, KeyRef* key) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   std::size_t found = 0;
   if (DWORD error = Walk(parent, path, key, &found)) return error;
   return found == path.size() ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND;
 }
 
 DWORD HiveStore::DeleteKey(const KeyRef& parent, std::span<const RegName> path) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
   KeyRef key;
@@ -643,7 +643,7 @@ DWORD HiveStore::UpsertValue(const KeyRef& key, const RegName& name, DWORD type,
 
 DWORD HiveStore::SetValue(const KeyRef& key, const RegName& name, DWORD type,
                           std::span<const BYTE> data) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
   if (DWORD error = UpsertValue(key, name, type, data)) return error;
@@ -652,7 +652,7 @@ DWORD HiveStore::SetValue(const KeyRef& key, const RegName& name, DWORD type,
 }
 
 DWORD HiveStore::DeleteValue(const KeyRef& key, const std::string& folded) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
   if (DWORD error = Touch(key)) return error;
@@ -665,7 +665,7 @@ DWORD HiveStore::DeleteValue(const KeyRef& key, const std::string& folded) {
 
 DWORD HiveStore::QueryValue(const KeyRef& key, const std::string& folded, DWORD* type, BYTE* data,
                             DWORD* size) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Statement find(*this, kFindValue);
   const DWORD error = find.Bind(key.id).Bind(folded).Row(ERROR_FILE_NOT_FOUND);
   if (error == ERROR_FILE_NOT_FOUND) return KeyExists(key, ERROR_FILE_NOT_FOUND);
@@ -685,7 +685,7 @@ DWORD HiveStore::QueryValue(const KeyRef& key, const std::string& folded, DWORD*
 // Enumeration and information
 
 DWORD HiveStore::EnumKey(const KeyRef& key, DWORD index, SubkeyEntry* entry) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Statement nth(*this, kNthChild);
   const DWORD error = nth.Bind(key.id).Bind(std::int64_t{index}).Row(ERROR_NO_MORE_ITEMS);
   if (error == ERROR_NO_MORE_ITEMS) return KeyExists(key, ERROR_NO_MORE_ITEMS);
@@ -697,7 +697,7 @@ DWORD HiveStore::EnumKey(const KeyRef& key, DWORD index, SubkeyEntry* entry) {
 }
 
 DWORD HiveStore::EnumValue(const KeyRef& key, DWORD index, ValueEntry* entry) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Statement nth(*this, kNthValue);
   const DWORD error = nth.Bind(key.id).Bind(std::int64_t{index}).Row(ERROR_NO_MORE_ITEMS);
   if (error == ERROR_NO_MORE_ITEMS) return KeyExists(key, ERROR_NO_MORE_ITEMS);
@@ -710,7 +710,7 @@ DWORD HiveStore::EnumValue(const KeyRef& key, DWORD index, ValueEntry* entry) {
 }
 
 DWORD HiveStore::QueryInfo(const KeyRef& key, KeyInfo* info) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginRead);
   if (DWORD error = transaction.error()) return error;
   {
@@ -743,7 +743,7 @@ DWORD HiveStore::QueryInfo(const KeyRef& key, KeyInfo* info) {
 // Security
 
 DWORD HiveStore::GetSecurity(const KeyRef& key, std::vector<BYTE>* descriptor) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Statement row(*this, kKeyRow);
   if (DWORD error = row.Bind(key.id).Row(ERROR_KEY_DELETED)) return error;
   if (row.IsNull(2)) {
@@ -756,7 +756,7 @@ DWORD HiveStore::GetSecurity(const KeyRef& key, std::vector<BYTE>* descriptor) {
 }
 
 DWORD HiveStore::SetSecurity(const KeyRef& key, std::span<const BYTE> descriptor) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
   {
@@ -810,7 +810,7 @@ DWORD HiveStore::SaveKey(std::int64_t id, SavedKey* tree, int depth) {
 }
 
 DWORD HiveStore::Save(const KeyRef& key, SavedKey* tree) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginRead);
   if (DWORD error = transaction.error()) return error;
   {
@@ -874,7 +874,7 @@ DWORD HiveStore::RestoreKey(const KeyRef& key, const SavedKey& tree, int depth) 
 }
 
 DWORD HiveStore::Restore(const KeyRef& key, const SavedKey& tree) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Transaction transaction(*this, kBeginWrite);
   if (DWORD error = transaction.error()) return error;
   if (DWORD error = Touch(key)) return error;
@@ -907,7 +907,7 @@ DWORD HiveStore::Flush() {
 // The change log
 
 DWORD HiveStore::LastChange(std::int64_t* seq) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Statement last(*this, kLastChange);
   if (DWORD error = last.Row(ERROR_REGISTRY_CORRUPT)) return error;
   *seq = last.Int(0);
@@ -915,7 +915,7 @@ DWORD HiveStore::LastChange(std::int64_t* seq) {
 }
 
 DWORD HiveStore::ChangesAfter(std::int64_t seq, std::vector<Change>* changes) {
-  CriticalSectionLock lock(section_);
+  ServiceGuard lock(section_);
   Statement after(*this, kChangesAfter);
   after.Bind(seq);
   int result;

@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "platform/RegistryFile_internal.h"
-#include "platform/SyncObjects.h"
+#include "platform/ServiceMutex.h"
 #include "platform/thread_annotations.h"
 #include "platform/windows_types.h"
 
@@ -178,7 +178,7 @@ class HiveStore {
   // After a write committed: tells the processes watching the store.
   void Announce();
 
-  CCriticalSection section_;  // serialises the use of the connection
+  ServiceMutex section_;  // serialises the use of the connection
   sqlite3* const db_ PT_GUARDED_BY(section_);
   std::vector<sqlite3_stmt*> statements_ GUARDED_BY(section_);
   const std::string directory_;

@@ -16,8 +16,8 @@
 #include "platform/KernelObjects.h"
 #include "platform/LocalSystem_internal.h"
 #include "platform/NoDestructor.h"
+#include "platform/ServiceMutex.h"
 #include "platform/Services_internal.h"
-#include "platform/SyncObjects.h"
 #include "platform/TextCodec.h"
 
 namespace n7platform::internal {
@@ -64,7 +64,7 @@ class BusConnection final : public ServiceManagerConnection {
   explicit BusConnection(Bus bus) : bus_(std::move(bus)) {}
 
   DWORD FindUnit(const std::string& unit, std::string* id) override {
-    CriticalSectionLock lock(section_);
+    ServiceGuard lock(section_);
     BusError error;
     sd_bus_message* reply = nullptr;
     if (sd_bus_call_method(bus_.get(), kDestination, kManagerPath, kManagerInterface, "LoadUnit",
@@ -84,7 +84,7 @@ class BusConnection final : public ServiceManagerConnection {
   }
 
   DWORD QueryState(const std::string& id, UnitState* state) override {
-    CriticalSectionLock lock(section_);
+    ServiceGuard lock(section_);
     std::optional<std::string> active, freezer;
     DWORD result = Property(id.c_str(), "ActiveState", &active);
     if (result == ERROR_SUCCESS) result = Property(id.c_str(), "FreezerState", &freezer);
@@ -110,7 +110,7 @@ class BusConnection final : public ServiceManagerConnection {
     return ERROR_SUCCESS;
   }
 
-  CCriticalSection section_;
+  ServiceMutex section_;
   const Bus bus_ PT_GUARDED_BY(section_);
 };
 
