@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "platform/ComError.h"
 #include "platform/KernelObjects.h"
 #include "platform/LocalMemory.h"
 
@@ -50,10 +49,9 @@ Outcome FormatVa(LPCWSTR message, ...) {
 TEST(FormatMessageSystemTest, KnownCodesHaveTheirTextWithItsLineEnd) {
   EXPECT_EQ(Format(kFromSystem, nullptr, 5).text, L"Access is denied.\r\n");
   EXPECT_EQ(Format(kFromSystem, nullptr, 1722).text, L"The RPC server is unavailable.\r\n");
-  EXPECT_EQ(Format(kFromSystem, nullptr, static_cast<DWORD>(E_FAIL)).text,
-            L"Unspecified error\r\n");
+  EXPECT_EQ(Format(kFromSystem, nullptr, 0x80004005u /* E_FAIL */).text, L"Unspecified error\r\n");
   // HRESULTs of the Win32 facility read as their Win32 code.
-  EXPECT_EQ(Format(kFromSystem, nullptr, static_cast<DWORD>(E_OUTOFMEMORY)).text,
+  EXPECT_EQ(Format(kFromSystem, nullptr, 0x8007000Eu /* E_OUTOFMEMORY */).text,
             Format(kFromSystem, nullptr, ERROR_OUTOFMEMORY).text);
   EXPECT_EQ(Format(kFromSystem, nullptr, 0x80070057u, nullptr, 0x0409).text,
             L"The parameter is incorrect.\r\n");

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/NoDestructor.h"
-#include "platform/SyncObjects.h"
+#include "platform/ServiceMutex.h"
 #include "platform/thread_annotations.h"
 
 namespace {
@@ -17,12 +17,12 @@ namespace {
 class ClassRegistry {
  public:
   void Add(CRuntimeClass* runtime_class) {
-    n7platform::CriticalSectionLock lock(section_);
+    n7platform::internal::ServiceGuard lock(section_);
     classes_[runtime_class->m_lpszClassName].push_back(runtime_class);
   }
 
   void Withdraw(const CRuntimeClass* runtime_class) {
-    n7platform::CriticalSectionLock lock(section_);
+    n7platform::internal::ServiceGuard lock(section_);
     auto found = classes_.find(runtime_class->m_lpszClassName);
     if (found == classes_.end()) return;
     std::vector<CRuntimeClass*>& records = found->second;
@@ -33,13 +33,13 @@ class ClassRegistry {
   }
 
   CRuntimeClass* Find(const std::string& name) {
-    n7platform::CriticalSectionLock lock(section_);
+    n7platform::internal::ServiceGuard lock(section_);
     auto found = classes_.find(name);
     return found == classes_.end() ? nullptr : found->second.back();
   }
 
  private:
-  CCriticalSection section_;
+  n7platform::internal::ServiceMutex section_;
   std::map<std::string, std::vector<CRuntimeClass*>, std::less<>> classes_ GUARDED_BY(section_);
 };
 

@@ -11,7 +11,6 @@
 #include "platform/ClockFixture_internal.h"
 #include "platform/KernelObjects.h"
 #include "platform/LeakCheck_test.h"
-#include "platform/SyncObjects.h"
 
 namespace n7platform {
 namespace {
@@ -303,29 +302,6 @@ TEST_F(MessageLoopTest, RunsIdlePassesWhileTheQueueIsEmptyAndEndsAtQuit) {
     EXPECT_EQ(GetLastError(), ERROR_INVALID_THREAD_ID);
   }
   leaks.ExpectNoLeaks();
-}
-
-// Takes the section twice, as a re-entrant caller does; the analysis has no notion of that.
-void IncrementTwiceLocked(CCriticalSection& section, int& counter) NO_THREAD_SAFETY_ANALYSIS {
-  CriticalSectionLock outer(section);
-  CriticalSectionLock inner(section);
-  ++counter;
-}
-
-TEST(CriticalSectionTest, IsReentrantAndExcludesOtherThreads) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 2000;
-  CCriticalSection section;
-  int counter = 0;
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < kRounds; ++round) IncrementTwiceLocked(section, counter);
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(counter, kThreads * kRounds);
 }
 
 }  // namespace
