@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "n7crypto/key.h"
-#include "platform/CString.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
+#include "platform/framework/CString.h"
 
 namespace N7A {
 

@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Time.h"
+#include "platform/kernel/Time.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <climits>
 #include <string>
 
-#include "platform/ClockFixture_internal.h"
-#include "platform/ManualClock.h"
+#include "platform/kernel/ClockFixture_internal.h"
+#include "platform/kernel/ManualClock.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "Utility/DirectoryChangeNotifier.h"
 
-#include "platform/KernelObjects.h"
+#include "platform/kernel/KernelObjects.h"
 
 CDirectoryChangeNotifier::~CDirectoryChangeNotifier() = default;
 

@@ -13,10 +13,10 @@
 // re-arming and closing.
 #pragma once
 
-#include "platform/CString.h"
-#include "platform/SyncObjects.h"
-#include "platform/export.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/framework/SyncObjects.h"
 
 // What to watch. Only kind 1 (kFileSystemDirectory, a directory named by `path`) is acted on.
 struct CHANGE_SPEC {

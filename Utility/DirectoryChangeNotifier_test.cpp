@@ -9,8 +9,8 @@
 #include <string>
 
 #include "Utility/WaitableObjects.h"
-#include "platform/KernelObjects.h"
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
+#include "platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <string>
 
 #include "Utility/StringTable_internal.h"
-#include "platform/FormatMessage.h"
-#include "platform/LocalMemory.h"
-#include "platform/MessageBox.h"
+#include "platform/system/FormatMessage.h"
+#include "platform/system/LocalMemory.h"
+#include "platform/system/MessageBox.h"
 
 namespace {
 

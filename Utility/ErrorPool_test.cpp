@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Utility/StringTable_internal.h"
-#include "platform/MessageBox.h"
+#include "platform/system/MessageBox.h"
 
 namespace {
 

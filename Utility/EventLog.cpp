@@ -11,8 +11,8 @@
 #include "core/error.h"
 #include "core/text.h"
 #include "core/trace.h"
-#include "platform/KernelObjects.h"
-#include "platform/Registry.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/system/Registry.h"
 
 namespace {
 

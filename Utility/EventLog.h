@@ -6,18 +6,18 @@
 // the values "EventMessageFile" and "TypesSupported"). CEventLog holds a registered event source
 // and reports events through it; the event type comes from the top two bits of the event
 // identifier (success and informational -> information, warning -> warning, error -> error).
-// Where the events end up is the platform's choice: see platform/EventLog.h (the system log, or
-// the file N7_EVENTLOG_FILE names).
+// Where the events end up is the platform's choice: see platform/system/EventLog.h (the system log,
+// or the file N7_EVENTLOG_FILE names).
 //
 // Nothing here throws. Failures are traced on the topic "EventLog" and, for the two free
 // functions, returned as a Win32 error code. Any thread may call any function; several threads
 // may report through one CEventLog, but not while it is being built or destroyed.
 #pragma once
 
-#include "platform/CString.h"
-#include "platform/EventLog.h"
-#include "platform/export.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/system/EventLog.h"
 
 // The longest source name, in UTF-16 units: the key path ("SYSTEM\...\Application\" and the name)
 // must fit 512 units with its terminator. A longer name is refused with ERROR_INVALID_PARAMETER

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "core/trace_capture_test.h"
-#include "platform/Registry.h"
-#include "platform/RegistryFixture_internal.h"
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
+#include "platform/system/Registry.h"
+#include "platform/system/RegistryFixture_internal.h"
 
 namespace {
 

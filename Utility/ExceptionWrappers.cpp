@@ -12,8 +12,8 @@
 #include "Utility/StringTable.h"
 #include "core/error.h"
 #include "core/text.h"
-#include "platform/FormatMessage.h"
-#include "platform/LocalMemory.h"
+#include "platform/system/FormatMessage.h"
+#include "platform/system/LocalMemory.h"
 
 namespace {
 

@@ -11,17 +11,17 @@
 //   }
 //
 // Code that should have its faults translated must be built with -fnon-call-exceptions (see
-// platform/StructuredExceptions.h).
+// platform/kernel/StructuredExceptions.h).
 #pragma once
 
 #include <vector>
 
-#include "platform/CString.h"
-#include "platform/ComError.h"
-#include "platform/Exceptions.h"
-#include "platform/StructuredExceptions.h"
-#include "platform/export.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/framework/ComError.h"
+#include "platform/framework/Exceptions.h"
+#include "platform/kernel/StructuredExceptions.h"
 
 // A structured exception: the chain of exception records and the registers at the fault.
 // Instances live on the heap and end only through Delete.

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "core/error.h"
-#include "platform/Faults_test.h"
+#include "platform/base/Faults_test.h"
 
 namespace {
 

@@ -26,10 +26,10 @@
 
 #include <string_view>
 
-#include "platform/CString.h"
-#include "platform/Map.h"
-#include "platform/export.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/framework/Map.h"
 
 class N7_EXPORT CIString : public CString {
  public:

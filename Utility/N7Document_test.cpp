@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/MemFile.h"
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
+#include "platform/framework/MemFile.h"
 
 // Two releases of one class, "CShape", as two programs would have them: the first stores a size;
 // the second adds a label and still reads what the first stored.

@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/N7DateTime.h"
+#include "platform/kernel/N7DateTime.h"
 
 class ASchedulerCallback;
 

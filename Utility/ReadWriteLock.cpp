@@ -1,7 +1,7 @@
 #include "Utility/ReadWriteLock.h"
 
-#include "platform/Exceptions.h"
-#include "platform/KernelObjects.h"
+#include "platform/framework/Exceptions.h"
+#include "platform/kernel/KernelObjects.h"
 
 AReadWriteLock::~AReadWriteLock() = default;
 

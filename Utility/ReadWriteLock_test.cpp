@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/ClockFixture_internal.h"
+#include "platform/kernel/ClockFixture_internal.h"
 
 namespace {
 

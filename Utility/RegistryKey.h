@@ -12,10 +12,10 @@
 // GetLastError is 0 before the first operation.
 #pragma once
 
-#include "platform/CString.h"
-#include "platform/Registry.h"
-#include "platform/export.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/system/Registry.h"
 
 class N7_EXPORT CRegistryKey {
  public:

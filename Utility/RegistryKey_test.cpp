@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "platform/KernelObjects.h"
-#include "platform/RegistryFixture_internal.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/system/RegistryFixture_internal.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "platform/File.h"
-#include "platform/FormatMessage.h"
-#include "platform/KernelObjects.h"
-#include "platform/LocalMemory.h"
-#include "platform/Thread.h"
+#include "platform/framework/File.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/kernel/Thread.h"
+#include "platform/system/FormatMessage.h"
+#include "platform/system/LocalMemory.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 // FormatString gives the placeholder.
 //
 // Handles: the loads return the platform layer's handles, which point at the resource's bytes in
-// the module (platform/Resources.h); there is nothing to destroy.
+// the module (platform/system/Resources.h); there is nothing to destroy.
 //
 // Thread safety: any thread may use a manager; each thread sees only its own error text.
 #pragma once
@@ -24,13 +24,13 @@
 #include <cstdarg>
 #include <unordered_map>
 
-#include "platform/CString.h"
-#include "platform/ModuleState.h"
-#include "platform/Resources.h"
-#include "platform/SyncObjects.h"
-#include "platform/export.h"
-#include "platform/thread_annotations.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/thread_annotations.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/framework/ModuleState.h"
+#include "platform/framework/SyncObjects.h"
+#include "platform/system/Resources.h"
 
 class N7_EXPORT CResourceMgr {
  public:

@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "core/text.h"
-#include "platform/KernelObjects.h"
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
+#include "platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -19,13 +19,13 @@
 #include "core/classic_stream.h"
 #include "core/text.h"
 #include "core/trace.h"
-#include "platform/KernelObjects.h"
-#include "platform/N7DateTime.h"
-#include "platform/NoDestructor.h"
-#include "platform/SyncObjects.h"
-#include "platform/Thread.h"
-#include "platform/Time.h"
-#include "platform/thread_annotations.h"
+#include "platform/base/NoDestructor.h"
+#include "platform/base/thread_annotations.h"
+#include "platform/framework/SyncObjects.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/kernel/N7DateTime.h"
+#include "platform/kernel/Thread.h"
+#include "platform/kernel/Time.h"
 
 namespace {
 

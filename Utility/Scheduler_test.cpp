@@ -22,9 +22,9 @@
 
 #include "core/trace.h"
 #include "core/trace_capture_test.h"
-#include "platform/Clock.h"
-#include "platform/ManualClock.h"
-#include "platform/NoDestructor.h"
+#include "platform/base/NoDestructor.h"
+#include "platform/kernel/Clock.h"
+#include "platform/kernel/ManualClock.h"
 
 namespace {
 

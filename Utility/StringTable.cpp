@@ -1,8 +1,8 @@
 #include "Utility/StringTable.h"
 
 #include "Utility/StringTable_internal.h"
-#include "platform/ModuleState.h"
-#include "platform/NoDestructor.h"
+#include "platform/base/NoDestructor.h"
+#include "platform/framework/ModuleState.h"
 
 namespace n7utility::internal {
 

@@ -3,10 +3,10 @@
 // current resource module points at the time.
 #pragma once
 
-#include "platform/CString.h"
-#include "platform/SyncObjects.h"
-#include "platform/export.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/CString.h"
+#include "platform/framework/SyncObjects.h"
 
 class N7_EXPORT CStringTable {
  public:

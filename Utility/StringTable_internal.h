@@ -2,7 +2,7 @@
 // resource module that holds the library's string table.
 #pragma once
 
-#include "platform/ModuleState.h"
+#include "platform/framework/ModuleState.h"
 
 namespace n7utility::internal {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "Utility/StringTable_internal.h"
-#include "platform/ModuleState.h"
-#include "platform/Resources_internal.h"
+#include "platform/framework/ModuleState.h"
+#include "platform/system/Resources_internal.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <string>
 
 #include "Utility/RegistryKey.h"
-#include "platform/Exceptions.h"
-#include "platform/File.h"
-#include "platform/Registry.h"
-#include "platform/Resources.h"
-#include "platform/Services.h"
+#include "platform/framework/Exceptions.h"
+#include "platform/framework/File.h"
+#include "platform/system/Registry.h"
+#include "platform/system/Resources.h"
+#include "platform/system/Services.h"
 
 namespace {
 

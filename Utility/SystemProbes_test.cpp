@@ -10,13 +10,13 @@
 #include <string>
 
 #include "core/text.h"
-#include "platform/CountedException_test.h"
-#include "platform/Exceptions.h"
-#include "platform/Registry.h"
-#include "platform/RegistryFixture_internal.h"
-#include "platform/Resources.h"
-#include "platform/Services_test.h"
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
+#include "platform/framework/CountedException_test.h"
+#include "platform/framework/Exceptions.h"
+#include "platform/system/Registry.h"
+#include "platform/system/RegistryFixture_internal.h"
+#include "platform/system/Resources.h"
+#include "platform/system/Services_test.h"
 
 namespace {
 

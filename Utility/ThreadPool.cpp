@@ -8,9 +8,9 @@
 
 #include "Utility/ExceptionWrappers.h"
 #include "core/safe_cast.h"
-#include "platform/ComError.h"
-#include "platform/KernelObjects.h"
-#include "platform/Time.h"
+#include "platform/framework/ComError.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/kernel/Time.h"
 
 namespace n7utility::internal {
 namespace {

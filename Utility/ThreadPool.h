@@ -21,12 +21,12 @@
 #include <atomic>
 #include <list>
 
-#include "platform/Exceptions.h"
-#include "platform/SyncObjects.h"
-#include "platform/Thread.h"
-#include "platform/export.h"
-#include "platform/thread_annotations.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/thread_annotations.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/Exceptions.h"
+#include "platform/framework/SyncObjects.h"
+#include "platform/kernel/Thread.h"
 
 namespace n7utility::internal {
 

@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "Utility/ExceptionWrappers.h"
-#include "platform/ClockFixture_internal.h"
-#include "platform/ComError.h"
-#include "platform/KernelObjects.h"
-#include "platform/LeakCheck_test.h"
+#include "platform/framework/ComError.h"
+#include "platform/kernel/ClockFixture_internal.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/kernel/LeakCheck_test.h"
 
 namespace {
 

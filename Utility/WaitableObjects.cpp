@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "core/safe_cast.h"
-#include "platform/KernelObjects.h"
-#include "platform/Time.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/kernel/Time.h"
 
 using n7platform::CriticalSectionLock;
 

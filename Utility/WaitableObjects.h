@@ -21,10 +21,10 @@
 #include <deque>
 #include <vector>
 
-#include "platform/SyncObjects.h"
-#include "platform/export.h"
-#include "platform/thread_annotations.h"
-#include "platform/windows_types.h"
+#include "platform/base/export.h"
+#include "platform/base/thread_annotations.h"
+#include "platform/base/windows_types.h"
+#include "platform/framework/SyncObjects.h"
 
 class N7_EXPORT CWaitableObjects {
  public:

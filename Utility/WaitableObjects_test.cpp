@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/ClockFixture_internal.h"
-#include "platform/KernelObjects.h"
+#include "platform/kernel/ClockFixture_internal.h"
+#include "platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "Utility/N7Document.h"
-#include "platform/Archive.h"
-#include "platform/MemFile.h"
-#include "platform/fuzz_check.h"
+#include "platform/base/fuzz_check.h"
+#include "platform/framework/Archive.h"
+#include "platform/framework/MemFile.h"
 
 // The classes are not in an anonymous namespace: DECLARE_SERIAL declares an operator>> that this
 // file does not use.

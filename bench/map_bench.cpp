@@ -17,7 +17,7 @@
 
 #include "Utility/IStringAndDwordMapper.h"
 #include "bench/ratio_reporter.h"
-#include "platform/Map.h"
+#include "platform/framework/Map.h"
 
 namespace {
 

@@ -30,7 +30,7 @@
 
 #include "Utility/ReadWriteLock.h"
 #include "bench/ratio_reporter.h"
-#include "platform/KernelObjects.h"
+#include "platform/kernel/KernelObjects.h"
 
 namespace {
 

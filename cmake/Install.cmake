@@ -1,6 +1,6 @@
 # What `cmake --install` puts under the prefix: the shared library with its soname links, the
 # public headers under include/n7utility/ (laid out as in the source tree, so the library's own
-# "platform/Clock.h"-style includes resolve), the pkg-config module and the CMake package
+# "platform/kernel/Clock.h"-style includes resolve), the pkg-config module and the CMake package
 # `n7utility` with the resource compiler's functions, and the n7util and n7rc tools.
 #
 # Every rule names one of three components, the Debian packages cmake/Packaging.cmake makes:

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7core {
 

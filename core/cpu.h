@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7core::hardware {
 

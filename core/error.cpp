@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "core/mutex_internal.h"
-#include "platform/NoDestructor.h"
+#include "platform/base/NoDestructor.h"
 
 namespace n7core {
 

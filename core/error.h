@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "core/refcount.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7core {
 

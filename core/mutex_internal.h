@@ -7,7 +7,7 @@
 
 #include <mutex>
 
-#include "platform/thread_annotations.h"
+#include "platform/base/thread_annotations.h"
 
 namespace n7core::internal {
 

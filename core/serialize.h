@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "core/error.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7serialize {
 

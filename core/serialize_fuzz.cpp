@@ -16,7 +16,7 @@
 
 #include "core/error.h"
 #include "core/serialize.h"
-#include "platform/fuzz_check.h"
+#include "platform/base/fuzz_check.h"
 
 namespace {
 

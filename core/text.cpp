@@ -5,7 +5,7 @@
 #include <type_traits>
 
 #include "core/error.h"
-#include "platform/TextCodec.h"
+#include "platform/base/TextCodec.h"
 
 namespace n7core {
 namespace {

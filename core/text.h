@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7core {
 

@@ -21,8 +21,8 @@
 #include "core/error.h"
 #include "core/text.h"
 #include "core/utf8.h"
-#include "platform/TextCodec.h"
-#include "platform/fuzz_check.h"
+#include "platform/base/TextCodec.h"
+#include "platform/base/fuzz_check.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "core/classic_stream.h"
 #include "core/trace_internal.h"
-#include "platform/NoDestructor.h"
+#include "platform/base/NoDestructor.h"
 
 namespace n7trace {
 namespace internal {

@@ -26,7 +26,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7trace {
 

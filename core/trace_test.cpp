@@ -18,7 +18,7 @@
 #include "core/GlobalLocale_test.h"
 #include "core/heap_counter_test.h"
 #include "core/trace_internal.h"
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
 
 namespace n7trace {
 namespace {

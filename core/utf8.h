@@ -1,15 +1,15 @@
 // UTF-8 decoding one sequence at a time, and the check of a whole text.
 //
-// The decoder is the project's codec (platform/TextCodec.h): shortest forms of the scalar values
-// only, as the text conversions of text.h accept; readers that walk a buffer byte by
-// byte (the XML tokenizer) use it to step over multi-byte characters without converting them.
+// The decoder is the project's codec (platform/base/TextCodec.h): shortest forms of the scalar
+// values only, as the text conversions of text.h accept; readers that walk a buffer byte by byte
+// (the XML tokenizer) use it to step over multi-byte characters without converting them.
 #pragma once
 
 #include <cstddef>
 #include <string_view>
 
-#include "platform/TextCodec.h"
-#include "platform/export.h"
+#include "platform/base/TextCodec.h"
+#include "platform/base/export.h"
 
 namespace n7core {
 

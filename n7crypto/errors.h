@@ -5,7 +5,7 @@
 #pragma once
 
 #include "core/error.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7crypto::errors {
 

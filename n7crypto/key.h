@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7crypto {
 

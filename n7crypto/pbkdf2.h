@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "n7crypto/key.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7crypto {
 

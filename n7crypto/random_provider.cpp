@@ -7,14 +7,14 @@
 #include "core/cpu.h"
 #include "core/error.h"
 #include "n7crypto/errors.h"
-#include "platform/NoDestructor.h"
+#include "platform/base/NoDestructor.h"
 
 namespace n7crypto {
-namespace impl {
+namespace internal {
 namespace {
 
 constexpr n7core::SourceLocation here(int line) {
-  return n7core::SourceLocation("n7crypto::impl::DefaultRandomProviderImpl::generate_random()",
+  return n7core::SourceLocation("n7crypto::internal::DefaultRandomProviderImpl::generate_random()",
                                 "n7crypto/random_provider", line);
 }
 
@@ -37,11 +37,11 @@ void DefaultRandomProviderImpl::generate_random(unsigned char* buffer, int size)
   }
 }
 
-}  // namespace impl
+}  // namespace internal
 
 RandomProviderPtr get_default_random_provider() {
   // Never destroyed: threads that outlive static destruction may still draw random bytes.
-  static n7platform::NoDestructor<impl::DefaultRandomProviderImpl> provider;
+  static n7platform::NoDestructor<internal::DefaultRandomProviderImpl> provider;
   // An empty owner with a pointer: the handle's ownership word stays null.
   return RandomProviderPtr(RandomProviderPtr(), provider.get());
 }

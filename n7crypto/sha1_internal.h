@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace n7crypto::impl {
+namespace n7crypto::internal {
 
 class Sha1 {
  public:
@@ -54,4 +54,4 @@ class Sha1 {
   SHA_CTX context_;
 };
 
-}  // namespace n7crypto::impl
+}  // namespace n7crypto::internal

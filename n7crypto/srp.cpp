@@ -14,7 +14,7 @@
 #include "core/safe_cast.h"
 #include "n7crypto/digest_internal.h"
 #include "n7crypto/errors.h"
-#include "platform/windows_types.h"
+#include "platform/base/windows_types.h"
 
 namespace n7crypto {
 namespace {
@@ -129,7 +129,8 @@ struct Bytes {
 }
 
 [[noreturn]] void raise_out_of_memory(const char* function, int line) {
-  n7core::throw_winerror(n7core::SourceLocation(function, kSourceFile, line), ERROR_OUTOFMEMORY, true);
+  n7core::throw_winerror(n7core::SourceLocation(function, kSourceFile, line), ERROR_OUTOFMEMORY,
+                         true);
 }
 
 // Big numbers may hold secrets: every one is wiped before it is freed.
@@ -164,7 +165,7 @@ BN_MONT_CTX* montgomery_form(const BIGNUM* n, const char* function) {
 
 // The hash of the concatenated parts, written to `out` (the digest's size).
 void hash_into(const EVP_MD* md, std::initializer_list<Bytes> parts, unsigned char* out) {
-  impl::ScopedDigester digester(md);
+  internal::ScopedDigester digester(md);
   for (const Bytes& part : parts) digester.update(part.data, part.size);
   digester.final(out);
 }

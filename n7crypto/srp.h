@@ -19,7 +19,7 @@
 
 #include "n7crypto/key.h"
 #include "n7crypto/random_provider.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7crypto {
 

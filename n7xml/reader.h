@@ -17,7 +17,7 @@
 
 #include "core/error.h"
 #include "n7xml/string_tokenizer.h"
-#include "platform/export.h"
+#include "platform/base/export.h"
 
 namespace n7xml {
 

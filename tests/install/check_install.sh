@@ -30,10 +30,10 @@ cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 echo "installed into $prefix"
 
 for file in lib/libn7utility.so include/n7utility/n7utility.h \
-  include/n7utility/platform/export.h include/n7utility/core/trace.h \
+  include/n7utility/platform/base/export.h include/n7utility/core/trace.h \
   include/n7utility/Utility/Scheduler.h lib/pkgconfig/n7utility.pc \
   lib/cmake/n7utility/n7utilityConfig.cmake lib/cmake/n7utility/n7utilityConfigVersion.cmake \
-  lib/cmake/n7utility/n7utilityResources.cmake include/n7utility/platform/ResourceTable.h \
+  lib/cmake/n7utility/n7utilityResources.cmake include/n7utility/platform/system/ResourceTable.h \
   bin/n7util bin/n7rc share/man/man1/n7util.1.gz share/man/man1/n7rc.1.gz \
   share/bash-completion/completions/n7util \
   share/n7utility/demo-messages; do

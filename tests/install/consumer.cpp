@@ -1,7 +1,7 @@
 // A program outside the project: includes the library's umbrella header, schedules one task on
 // the process-wide scheduler and waits for it to run. Prints OK when it did.
 #include <n7utility.h>
-#include <platform/NoDestructor.h>
+#include <platform/base/NoDestructor.h>
 
 #include <chrono>
 #include <condition_variable>

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/TempDir_test.h"
+#include "platform/base/TempDir_test.h"
 
 namespace n7test {
 

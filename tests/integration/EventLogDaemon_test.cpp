@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "Daemons.h"
-#include "platform/EventLog.h"
-#include "platform/KernelObjects.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/system/EventLog.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 
 #include "Daemons.h"
 #include "Utility/SystemProbes.h"
-#include "platform/KernelObjects.h"
-#include "platform/Services.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/system/Services.h"
 
 namespace {
 

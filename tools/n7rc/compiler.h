@@ -1,5 +1,5 @@
 // n7rc, the project's resource compiler: reads a resource description and writes the C++ source of
-// the module's resource table (platform/ResourceTable.h). The description language is
+// the module's resource table (platform/system/ResourceTable.h). The description language is
 // described at the top of compiler.cpp.
 #pragma once
 

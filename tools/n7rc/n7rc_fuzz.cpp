@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/fuzz_check.h"
+#include "platform/base/fuzz_check.h"
 #include "tools/n7rc/compiler.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include "command.h"
 #include "core/text.h"
 #include "demo_steps.h"
-#include "platform/MessageBox.h"
+#include "platform/system/MessageBox.h"
 
 namespace n7util {
 namespace {

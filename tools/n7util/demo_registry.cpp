@@ -6,7 +6,7 @@
 #include "command.h"
 #include "core/text.h"
 #include "demo_steps.h"
-#include "platform/KernelObjects.h"
+#include "platform/kernel/KernelObjects.h"
 
 namespace n7util {
 namespace {

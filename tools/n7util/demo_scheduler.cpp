@@ -14,8 +14,8 @@
 #include "command.h"
 #include "core/trace.h"
 #include "demo_steps.h"
-#include "platform/N7DateTime.h"
-#include "platform/NoDestructor.h"
+#include "platform/base/NoDestructor.h"
+#include "platform/kernel/N7DateTime.h"
 
 namespace n7util {
 namespace {

@@ -13,9 +13,9 @@
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
-#include "platform/EventLog.h"
-#include "platform/KernelObjects.h"
-#include "platform/Registry.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/system/EventLog.h"
+#include "platform/system/Registry.h"
 
 namespace n7util {
 namespace {

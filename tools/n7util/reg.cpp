@@ -16,8 +16,8 @@
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
-#include "platform/KernelObjects.h"
-#include "platform/Registry.h"
+#include "platform/kernel/KernelObjects.h"
+#include "platform/system/Registry.h"
 
 namespace n7util {
 namespace {

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "command.h"
-#include "platform/Registry.h"
-#include "platform/fuzz_check.h"
-#include "platform/registry_walk_fuzz.h"
+#include "platform/base/fuzz_check.h"
+#include "platform/system/Registry.h"
+#include "platform/system/registry_walk_fuzz.h"
 
 namespace n7util {
 extern const Command reg_command;

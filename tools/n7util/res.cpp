@@ -8,7 +8,7 @@
 #include "args.h"
 #include "command.h"
 #include "core/text.h"
-#include "platform/Resources.h"
+#include "platform/system/Resources.h"
 
 namespace n7util {
 namespace {

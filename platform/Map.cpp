@@ -1,3 +1,0 @@
-#include "platform/Map.h"
-
-template class CMap<int, int, CString, const CString&>;

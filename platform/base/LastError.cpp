@@ -1,0 +1,8 @@
+#include "platform/base/LastError.h"
+
+namespace {
+thread_local DWORD last_error = ERROR_SUCCESS;
+}  // namespace
+
+DWORD GetLastError() { return last_error; }
+void SetLastError(DWORD error) { last_error = error; }

@@ -1,0 +1,9 @@
+// The calling thread's last error: what a failing call of the platform layer leaves for its caller
+// to read. Every layer sets it, so it sits below all of them.
+#pragma once
+
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+
+N7_EXPORT DWORD GetLastError();
+N7_EXPORT void SetLastError(DWORD error);

@@ -1,0 +1,3 @@
+#include "platform/framework/Map.h"
+
+template class CMap<int, int, CString, const CString&>;

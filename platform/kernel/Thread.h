@@ -1,0 +1,181 @@
+// The framework's threads: CWinThread, AfxBeginThread, and the thread message queues that
+// message-loop threads run on.
+//
+// A thread's handle (m_hThread) is a kernel object signalled when the thread ends; it stays valid
+// for waiters until the CWinThread is deleted, which closes it. Whoever needs the handle beyond
+// that (an auto-deleting thread deletes itself as it ends) duplicates it first.
+//
+// A CWinThread is either a worker, running the procedure it was given, or a message-loop thread:
+// a class derived from CWinThread whose thread runs InitInstance() and then Run(), which pumps the
+// thread's message queue, calls OnIdle() while the queue is empty and returns ExitInstance() once
+// WM_QUIT arrives. There are no windows: thread messages reach PreTranslateMessage(), which a
+// derived class overrides to handle them.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/base/Object.h"
+#include "platform/base/export.h"
+#include "platform/base/windows_types.h"
+
+using AFX_THREADPROC = UINT (*)(LPVOID);
+
+inline constexpr int THREAD_PRIORITY_IDLE = -15;
+inline constexpr int THREAD_PRIORITY_LOWEST = -2;
+inline constexpr int THREAD_PRIORITY_BELOW_NORMAL = -1;
+inline constexpr int THREAD_PRIORITY_ABOVE_NORMAL = 1;
+inline constexpr int THREAD_PRIORITY_HIGHEST = 2;
+inline constexpr int THREAD_PRIORITY_TIME_CRITICAL = 15;
+inline constexpr int THREAD_PRIORITY_ERROR_RETURN = 0x7FFFFFFF;
+// The exit code of a thread that is still running.
+inline constexpr DWORD STILL_ACTIVE = 259;
+// How often a thread may be suspended without being resumed.
+inline constexpr DWORD MAXIMUM_SUSPEND_COUNT = 127;
+
+// Messages. There are no windows, so a window handle is always null.
+using HWND = struct HWND_opaque*;
+using WPARAM = std::uintptr_t;
+using LPARAM = std::intptr_t;
+
+struct POINT {
+  LONG x;
+  LONG y;
+};
+
+struct MSG {
+  HWND hwnd;
+  UINT message;
+  WPARAM wParam;
+  LPARAM lParam;
+  DWORD time;  // GetTickCount() when the message was posted
+  POINT pt;
+};
+using LPMSG = MSG*;
+
+inline constexpr UINT WM_NULL = 0x0000;
+inline constexpr UINT WM_QUIT = 0x0012;
+inline constexpr UINT WM_USER = 0x0400;
+inline constexpr UINT PM_NOREMOVE = 0x0000;
+inline constexpr UINT PM_REMOVE = 0x0001;
+
+inline constexpr DWORD ERROR_SIGNAL_REFUSED = 156;
+inline constexpr DWORD ERROR_INVALID_WINDOW_HANDLE = 1400;
+inline constexpr DWORD ERROR_INVALID_THREAD_ID = 1444;
+inline constexpr DWORD ERROR_NOT_ENOUGH_QUOTA = 1816;
+
+// Each thread has a message queue from its first message call on (GetMessage, PeekMessage,
+// PostQuitMessage); a thread begun through CWinThread has one from its start, so messages may be
+// posted to it as soon as AfxBeginThread returns. The queue goes away when its thread ends.
+//
+// A queue holds at most 10000 posted messages; PostThreadMessage fails with
+// ERROR_NOT_ENOUGH_QUOTA beyond that rather than let a stalled thread's queue grow without bound.
+// Posting to a thread without a queue fails with ERROR_INVALID_THREAD_ID.
+N7_EXPORT BOOL PostThreadMessageW(DWORD thread_id, UINT message, WPARAM wparam, LPARAM lparam);
+// Waits (through the kernel wait engine, costing no CPU) for a message whose number lies in
+// [filter_min, filter_max] (both 0: any message; WM_QUIT always matches) and removes it. Returns 0
+// for WM_QUIT, -1 with the last error for a null `msg` or a non-null window, else nonzero.
+N7_EXPORT BOOL GetMessageW(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max);
+// Like GetMessage without waiting: FALSE when no message matches. PM_REMOVE takes the message off
+// the queue, PM_NOREMOVE leaves it there.
+N7_EXPORT BOOL PeekMessageW(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max, UINT remove);
+// Asks the calling thread's message loop to end: a WM_QUIT with `exit_code` as its wParam is
+// delivered once no other matching message is waiting.
+N7_EXPORT void PostQuitMessage(int exit_code);
+
+inline BOOL PostThreadMessage(DWORD thread_id, UINT message, WPARAM wparam, LPARAM lparam) {
+  return PostThreadMessageW(thread_id, message, wparam, lparam);
+}
+inline BOOL GetMessage(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max) {
+  return GetMessageW(msg, hwnd, filter_min, filter_max);
+}
+inline BOOL PeekMessage(LPMSG msg, HWND hwnd, UINT filter_min, UINT filter_max, UINT remove) {
+  return PeekMessageW(msg, hwnd, filter_min, filter_max, remove);
+}
+
+class N7_EXPORT CWinThread : public CObject {
+  DECLARE_DYNAMIC(CWinThread)
+
+ public:
+  // A message-loop thread; derive from CWinThread and override InitInstance and friends.
+  CWinThread();
+  // A worker thread running proc(param).
+  CWinThread(AFX_THREADPROC proc, LPVOID param);
+  ~CWinThread() override;
+  CWinThread(const CWinThread&) = delete;
+  CWinThread& operator=(const CWinThread&) = delete;
+
+  // Creates the thread; false (with the last error set) when it cannot be started. With
+  // CREATE_SUSPENDED in `flags` it waits for ResumeThread before it runs. The thread's message
+  // queue exists when this returns.
+  BOOL CreateThread(DWORD flags = 0, UINT stack_size = 0, LPSECURITY_ATTRIBUTES security = nullptr);
+  // Decrements the suspend count and returns the previous one; the thread runs when it reaches 0.
+  // (DWORD)-1 with ERROR_INVALID_HANDLE when no thread was created.
+  DWORD ResumeThread();
+  // Increments the suspend count and returns the previous one. Only a thread that has not started
+  // running yet can be held: a running thread fails with ERROR_NOT_SUPPORTED, and a count past
+  // MAXIMUM_SUSPEND_COUNT with ERROR_SIGNAL_REFUSED.
+  DWORD SuspendThread();
+  // The priority is recorded and reported back; it does not change how the thread is scheduled.
+  // THREAD_PRIORITY_ERROR_RETURN / FALSE (ERROR_INVALID_HANDLE) before the thread is created;
+  // SetThreadPriority accepts the THREAD_PRIORITY_* levels (else ERROR_INVALID_PARAMETER).
+  int GetThreadPriority();
+  BOOL SetThreadPriority(int priority);
+  // Posts to this thread's message queue.
+  BOOL PostThreadMessage(UINT message, WPARAM wparam, LPARAM lparam);
+  operator HANDLE() const { return m_hThread; }  // NOLINT(google-explicit-constructor)
+
+  // Run on the new thread of a message-loop thread: Run() follows when it returns TRUE, else the
+  // thread ends with ExitInstance(). The base returns FALSE: a plain CWinThread has nothing to do.
+  virtual BOOL InitInstance();
+  // The message loop. While the queue is empty it calls OnIdle(0), OnIdle(1), ... until OnIdle
+  // returns FALSE, then waits; every message but WM_QUIT goes through PumpMessage and starts idle
+  // processing afresh from 0 once the queue is empty again. Returns ExitInstance() at WM_QUIT.
+  virtual int Run();
+  // Handles a message taken off the queue; TRUE when it was handled. The base handles none.
+  virtual BOOL PreTranslateMessage(MSG* msg);
+  // Takes one message (waiting for it) and hands it to PreTranslateMessage; FALSE at WM_QUIT.
+  virtual BOOL PumpMessage();
+  // Idle processing; TRUE asks for another pass. The base wants none.
+  virtual BOOL OnIdle(LONG count);
+  // Whether `msg` restarts idle processing.
+  virtual BOOL IsIdleMessage(MSG* msg);
+  // Returns the thread's exit code: the wParam of the WM_QUIT that ended Run().
+  virtual int ExitInstance();
+
+  HANDLE m_hThread = nullptr;
+  DWORD m_nThreadID = 0;
+  // When TRUE (the default) the object deletes itself when its thread ends.
+  BOOL m_bAutoDelete = TRUE;
+  AFX_THREADPROC m_pfnThreadProc = nullptr;
+  LPVOID m_pThreadParams = nullptr;
+  // The message Run() is working on.
+  MSG m_msgCur = {};
+
+ private:
+  struct State;
+  State* state_ = nullptr;
+};
+
+// Begins a worker thread running proc(param). Returns once the new thread has started and taken
+// its parameters (or, when created suspended, is ready to be resumed); null when it cannot start.
+N7_EXPORT CWinThread* AfxBeginThread(AFX_THREADPROC proc, LPVOID param,
+                                     int priority = THREAD_PRIORITY_NORMAL, UINT stack_size = 0,
+                                     DWORD flags = 0, LPSECURITY_ATTRIBUTES security = nullptr);
+
+// Creates an object of `thread_class` (a class derived from CWinThread and creatable by name,
+// DECLARE_DYNCREATE) and begins its message-loop thread, as the worker form does. Null with
+// ERROR_INVALID_PARAMETER when the class cannot be created or is no CWinThread, with the object
+// deleted.
+N7_EXPORT CWinThread* AfxBeginThread(CRuntimeClass* thread_class,
+                                     int priority = THREAD_PRIORITY_NORMAL, UINT stack_size = 0,
+                                     DWORD flags = 0, LPSECURITY_ATTRIBUTES security = nullptr);
+
+// The CWinThread whose thread is calling; null on a thread not begun through one.
+N7_EXPORT CWinThread* AfxGetThread();
+
+// The value the thread's procedure returned, or STILL_ACTIVE while it runs. FALSE with
+// ERROR_INVALID_HANDLE when `thread` is not a thread handle.
+N7_EXPORT BOOL GetExitCodeThread(HANDLE thread, LPDWORD exit_code);
+
+// The calling thread's identifier (the kernel's thread id).
+N7_EXPORT DWORD GetCurrentThreadId();
