@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "n7crypto/key.h"
-#include "platform/base/export.h"
-#include "platform/framework/CString.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/framework/CString.h"
 
 namespace N7A {
 

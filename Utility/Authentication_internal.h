@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "n7crypto/key.h"
+#include "n7utility/n7crypto/key.h"
 
 namespace N7A::internal {
 

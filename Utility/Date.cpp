@@ -4,7 +4,7 @@
 // each step, so that every date maps to the same day number as it always has, including the
 // irregular ones before year 1; only the stored results are narrowed to 32 bits.
 
-#include "Utility/Date.h"
+#include "n7utility/Utility/Date.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/kernel/Time.h"
+#include "n7utility/platform/kernel/Time.h"
 
 namespace {
 

@@ -30,9 +30,9 @@
 // every date reads, without a lock: call them at start-up, before dates are used on other threads.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
 
 // The destructor is not virtual: a date is a value, and a class that overrides MakeString is never
 // destroyed through a CDate pointer.

@@ -1,4 +1,4 @@
-#include "Utility/Date.h"
+#include "n7utility/Utility/Date.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <climits>
 #include <string>
 
-#include "platform/kernel/ClockFixture_internal.h"
-#include "platform/kernel/ManualClock.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/ManualClock.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "Utility/DirectoryChangeNotifier.h"
+#include "n7utility/Utility/DirectoryChangeNotifier.h"
 
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 CDirectoryChangeNotifier::~CDirectoryChangeNotifier() = default;
 

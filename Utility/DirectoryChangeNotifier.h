@@ -13,10 +13,10 @@
 // re-arming and closing.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/SyncObjects.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/SyncObjects.h"
 
 // What to watch. Only kind 1 (kFileSystemDirectory, a directory named by `path`) is acted on.
 struct CHANGE_SPEC {

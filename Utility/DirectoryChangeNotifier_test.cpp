@@ -1,4 +1,4 @@
-#include "Utility/DirectoryChangeNotifier.h"
+#include "n7utility/Utility/DirectoryChangeNotifier.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "Utility/WaitableObjects.h"
-#include "platform/base/TempDir_test.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/Utility/WaitableObjects.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "Utility/ErrorPool.h"
+#include "n7utility/Utility/ErrorPool.h"
 
 #include <cstdarg>
 #include <string>
 
-#include "Utility/StringTable_internal.h"
-#include "platform/system/FormatMessage.h"
-#include "platform/system/LocalMemory.h"
-#include "platform/system/MessageBox.h"
+#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/platform/system/FormatMessage.h"
+#include "n7utility/platform/system/LocalMemory.h"
+#include "n7utility/platform/system/MessageBox.h"
 
 namespace {
 

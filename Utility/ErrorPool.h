@@ -16,10 +16,10 @@
 // message box handler returns.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/Map.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/Map.h"
 
 // The codes and texts of one module, with the module's name and its no-error value. Entries are
 // allocated ten at a time.

@@ -1,12 +1,12 @@
-#include "Utility/ErrorPool.h"
+#include "n7utility/Utility/ErrorPool.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <string>
 
-#include "Utility/StringTable_internal.h"
-#include "platform/system/MessageBox.h"
+#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/platform/system/MessageBox.h"
 
 namespace {
 

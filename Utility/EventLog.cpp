@@ -1,4 +1,4 @@
-#include "Utility/EventLog.h"
+#include "n7utility/Utility/EventLog.h"
 
 #include <atomic>
 #include <cstdarg>
@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "core/error.h"
-#include "core/text.h"
-#include "core/trace.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Registry.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/text.h"
+#include "n7utility/core/trace.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Registry.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 // may report through one CEventLog, but not while it is being built or destroyed.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/system/EventLog.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/system/EventLog.h"
 
 // The longest source name, in UTF-16 units: the key path ("SYSTEM\...\Application\" and the name)
 // must fit 512 units with its terminator. A longer name is refused with ERROR_INVALID_PARAMETER

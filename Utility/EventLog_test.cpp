@@ -1,4 +1,4 @@
-#include "Utility/EventLog.h"
+#include "n7utility/Utility/EventLog.h"
 
 #include <gtest/gtest.h>
 
@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "core/trace_capture_test.h"
-#include "platform/base/TempDir_test.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryFixture_internal.h"
+#include "n7utility/core/trace_capture_test.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryFixture_internal.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Utility/ExceptionWrappers.h"
+#include "n7utility/Utility/ExceptionWrappers.h"
 
 #include <cstdint>
 #include <cstring>
@@ -9,11 +9,11 @@
 #include <string_view>
 #include <utility>
 
-#include "Utility/StringTable.h"
-#include "core/error.h"
-#include "core/text.h"
-#include "platform/system/FormatMessage.h"
-#include "platform/system/LocalMemory.h"
+#include "n7utility/Utility/StringTable.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/system/FormatMessage.h"
+#include "n7utility/platform/system/LocalMemory.h"
 
 namespace {
 

@@ -16,12 +16,12 @@
 
 #include <vector>
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/ComError.h"
-#include "platform/framework/Exceptions.h"
-#include "platform/kernel/StructuredExceptions.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/ComError.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/kernel/StructuredExceptions.h"
 
 // A structured exception: the chain of exception records and the registers at the fault.
 // Instances live on the heap and end only through Delete.

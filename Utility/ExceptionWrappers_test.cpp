@@ -1,5 +1,5 @@
 // Built with -fnon-call-exceptions: the faults below must unwind out of the faulting instruction.
-#include "Utility/ExceptionWrappers.h"
+#include "n7utility/Utility/ExceptionWrappers.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 #include <string>
 #include <thread>
 
-#include "core/error.h"
-#include "platform/base/Faults_test.h"
+#include "n7utility/core/error.h"
+#include "n7utility/platform/base/Faults_test.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "Utility/Authentication.h"
-#include "core/base64.h"
-#include "core/heap_counter_test.h"
-#include "core/text.h"
-#include "n7crypto/key.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/core/base64.h"
+#include "n7utility/core/heap_counter_test.h"
+#include "n7utility/core/text.h"
+#include "n7utility/n7crypto/key.h"
 
 namespace N7A {
 namespace {

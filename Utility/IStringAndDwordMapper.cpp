@@ -1,4 +1,4 @@
-#include "Utility/IStringAndDwordMapper.h"
+#include "n7utility/Utility/IStringAndDwordMapper.h"
 
 #include <locale.h>
 

@@ -26,10 +26,10 @@
 
 #include <string_view>
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/Map.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/Map.h"
 
 class N7_EXPORT CIString : public CString {
  public:

@@ -1,4 +1,4 @@
-#include "Utility/IStringAndDwordMapper.h"
+#include "n7utility/Utility/IStringAndDwordMapper.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/GlobalLocale_test.h"
+#include "n7utility/core/GlobalLocale_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "Utility/N7Document.h"
+#include "n7utility/Utility/N7Document.h"
 
 IMPLEMENT_DYNAMIC(CN7Document, CDocument)
 

@@ -22,12 +22,12 @@
 // until the next document is opened. A document is used by one thread at a time.
 #pragma once
 
-#include "platform/base/Object.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/Archive.h"
-#include "platform/framework/Document.h"
-#include "platform/framework/Map.h"
+#include "n7utility/platform/base/Object.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/Archive.h"
+#include "n7utility/platform/framework/Document.h"
+#include "n7utility/platform/framework/Map.h"
 
 class N7_EXPORT CN7Document : public CDocument {
   DECLARE_DYNAMIC(CN7Document)

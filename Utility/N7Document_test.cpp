@@ -1,4 +1,4 @@
-#include "Utility/N7Document.h"
+#include "n7utility/Utility/N7Document.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/TempDir_test.h"
-#include "platform/framework/MemFile.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/framework/MemFile.h"
 
 // Two releases of one class, "CShape", as two programs would have them: the first stores a size;
 // the second adds a label and still reads what the first stored.

@@ -6,19 +6,19 @@
 #include <string_view>
 #include <variant>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "core/base64.h"
-#include "core/classic_stream.h"
-#include "core/serialize.h"
-#include "core/text.h"
-#include "n7crypto/digest.h"
-#include "n7crypto/errors.h"
-#include "n7crypto/key.h"
-#include "n7crypto/pbkdf2.h"
-#include "n7crypto/random_provider.h"
-#include "n7crypto/wipe.h"
-#include "n7xml/reader.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/core/base64.h"
+#include "n7utility/core/classic_stream.h"
+#include "n7utility/core/serialize.h"
+#include "n7utility/core/text.h"
+#include "n7utility/n7crypto/digest.h"
+#include "n7utility/n7crypto/errors.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/random_provider.h"
+#include "n7utility/n7crypto/wipe.h"
+#include "n7utility/n7xml/reader.h"
 
 namespace N7A {
 
@@ -84,7 +84,7 @@ int algorithm_of(std::string_view name) {
 
 const char* algorithm_name(int algorithm) {
   return algorithm == internal::kAlgorithmPbkdf2Sha256 ? EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256
-                                                   : EXTENDED_PASSWORD_ALGORITHM_LEGACY;
+                                                       : EXTENDED_PASSWORD_ALGORITHM_LEGACY;
 }
 
 // Base64 of a secret, decoded into `out`; the text is wiped whatever happens.
@@ -164,8 +164,8 @@ void crack_extended_password_blob(const std::string& blob, std::vector<unsigned 
   if (iterations != nullptr) *iterations = 0;
   if (legacy != nullptr) legacy->clear();
   if (blob.empty()) {
-    raise_blob_error("Ill-formatted (empty) password blob", "internal::crack_extended_password_blob()",
-                     __LINE__);
+    raise_blob_error("Ill-formatted (empty) password blob",
+                     "internal::crack_extended_password_blob()", __LINE__);
   }
   // A damaged blob still yields what was read before the damage: callers decide from the
   // fields they got, so the reading error itself is dropped.

@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "core/base64.h"
-#include "core/error.h"
-#include "core/testing_internal.h"
-#include "core/text.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/core/base64.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/testing_internal.h"
+#include "n7utility/core/text.h"
 
 namespace N7A {
 namespace {
@@ -28,7 +28,7 @@ struct Fields {
 Fields crack(const std::string& blob) {
   Fields f;
   internal::crack_extended_password_blob(blob, &f.salt, &f.hash, &f.algorithm, &f.iterations,
-                                     &f.legacy);
+                                         &f.legacy);
   return f;
 }
 
@@ -167,10 +167,11 @@ TEST(PublicPasswordProperties, LegacyFormIsExactAndReadsBack) {
   const std::string props = MakeLegacyPublicPasswordProperties(salt.data(), 16);
   EXPECT_EQ(props, "<passwd-props>\r\n  <salt>" + b64 +
                        "</salt>\r\n  <alg>legacy</alg>\r\n</passwd-props>\r\n");
-  EXPECT_EQ(internal::make_public_password_props(salt.data(), 16, internal::kAlgorithmPbkdf2Sha256, 1024),
-            "<passwd-props>\r\n  <salt>" + b64 +
-                "</salt>\r\n  <alg>PBKDF2-SHA256</alg>\r\n  <iterations>1024</iterations>\r\n"
-                "</passwd-props>\r\n");
+  EXPECT_EQ(
+      internal::make_public_password_props(salt.data(), 16, internal::kAlgorithmPbkdf2Sha256, 1024),
+      "<passwd-props>\r\n  <salt>" + b64 +
+          "</salt>\r\n  <alg>PBKDF2-SHA256</alg>\r\n  <iterations>1024</iterations>\r\n"
+          "</passwd-props>\r\n");
 
   Bytes read;
   int algorithm = -1;
@@ -186,10 +187,10 @@ TEST(PublicPasswordProperties, ReadsTrimmedValuesExactly) {
     int algorithm = -1;
     unsigned int iterations = 7;
     internal::crack_public_password_props("<passwd-props><alg>" + alg +
-                                          "</alg><x><alg>legacy</alg></x>"
-                                          "<iterations>" +
-                                          count + "</iterations></passwd-props>",
-                                      nullptr, &algorithm, &iterations);
+                                              "</alg><x><alg>legacy</alg></x>"
+                                              "<iterations>" +
+                                              count + "</iterations></passwd-props>",
+                                          nullptr, &algorithm, &iterations);
     return std::make_pair(algorithm, iterations);
   };
   EXPECT_EQ(read(" PBKDF2-SHA256\r\n", "\t4096 "), std::make_pair(1, 4096u));
@@ -210,7 +211,7 @@ TEST(PublicPasswordProperties, MalformedTextIsABlobError) {
   int algorithm = -1;
   unsigned int iterations = 7;
   internal::crack_public_password_props("<other><salt>AQ==</salt><alg>legacy</alg></other>", &salt,
-                                    &algorithm, &iterations);
+                                        &algorithm, &iterations);
   EXPECT_TRUE(salt.empty());
   EXPECT_EQ(algorithm, 0);
   EXPECT_EQ(iterations, 0u);

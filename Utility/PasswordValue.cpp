@@ -9,13 +9,13 @@
 #include <string_view>
 #include <utility>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "n7crypto/digest.h"
-#include "n7crypto/key.h"
-#include "n7crypto/pbkdf2.h"
-#include "n7crypto/wipe.h"
-#include "platform/base/TextCodec.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/n7crypto/digest.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/wipe.h"
+#include "n7utility/platform/base/TextCodec.h"
 
 namespace N7A {
 namespace {
@@ -196,8 +196,8 @@ CString MakePassword(const wchar_t* userId, const wchar_t* password) {
 bool Validate(const std::wstring& userId, const std::wstring& password, bool keypad,
               const std::wstring& stored) {
   if (password.empty() || stored.size() != kStoredLength) return false;
-  const bool pbkdf2 =
-      kPbkdf2FormCharacters.find(stored[internal::kDigestTextLength - 1]) != std::wstring_view::npos;
+  const bool pbkdf2 = kPbkdf2FormCharacters.find(stored[internal::kDigestTextLength - 1]) !=
+                      std::wstring_view::npos;
   std::wstring digest = internal::make_password_digest(userId, password, keypad, pbkdf2);
   const WipeOnExit wipe(digest);
   const std::size_t half = keypad ? internal::kDigestTextLength : 0;

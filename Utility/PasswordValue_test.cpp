@@ -1,4 +1,4 @@
-#include "Utility/Authentication.h"
+#include "n7utility/Utility/Authentication.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/Authentication_internal.h"
-#include "core/text.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/core/text.h"
 
 namespace N7A {
 namespace {

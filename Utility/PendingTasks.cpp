@@ -6,7 +6,7 @@
 // down: every search moves the node it ends on to the root, so a lookup followed by a change of
 // the same task finds it at the root.
 
-#include "Utility/PendingTasks_internal.h"
+#include "n7utility/Utility/PendingTasks_internal.h"
 
 #include <compare>
 #include <utility>

@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/kernel/N7DateTime.h"
+#include "n7utility/platform/kernel/N7DateTime.h"
 
 class ASchedulerCallback;
 

@@ -1,7 +1,7 @@
 // Tests of the scheduler's pending set on its own, with made-up callback and context addresses
 // that the set never dereferences.
 
-#include "Utility/PendingTasks_internal.h"
+#include "n7utility/Utility/PendingTasks_internal.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "Utility/ReadWriteLock.h"
+#include "n7utility/Utility/ReadWriteLock.h"
 
-#include "platform/framework/Exceptions.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 AReadWriteLock::~AReadWriteLock() = default;
 

@@ -22,9 +22,9 @@
 #include <cstdint>
 #include <mutex>
 
-#include "platform/base/export.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/windows_types.h"
 
 class N7_EXPORT AReadWriteLock {
  public:

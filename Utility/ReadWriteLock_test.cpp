@@ -1,4 +1,4 @@
-#include "Utility/ReadWriteLock.h"
+#include "n7utility/Utility/ReadWriteLock.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
 
 namespace {
 

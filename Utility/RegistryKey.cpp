@@ -1,4 +1,4 @@
-#include "Utility/RegistryKey.h"
+#include "n7utility/Utility/RegistryKey.h"
 
 #include <array>
 

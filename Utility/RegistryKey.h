@@ -12,10 +12,10 @@
 // GetLastError is 0 before the first operation.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/system/Registry.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/system/Registry.h"
 
 class N7_EXPORT CRegistryKey {
  public:

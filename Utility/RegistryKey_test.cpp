@@ -1,11 +1,11 @@
-#include "Utility/RegistryKey.h"
+#include "n7utility/Utility/RegistryKey.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/RegistryFixture_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/RegistryFixture_internal.h"
 
 namespace {
 

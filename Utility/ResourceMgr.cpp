@@ -1,4 +1,4 @@
-#include "Utility/ResourceMgr.h"
+#include "n7utility/Utility/ResourceMgr.h"
 
 #include <algorithm>
 #include <array>
@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "platform/framework/File.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/Thread.h"
-#include "platform/system/FormatMessage.h"
-#include "platform/system/LocalMemory.h"
+#include "n7utility/platform/framework/File.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/Thread.h"
+#include "n7utility/platform/system/FormatMessage.h"
+#include "n7utility/platform/system/LocalMemory.h"
 
 namespace {
 

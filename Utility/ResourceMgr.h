@@ -24,13 +24,13 @@
 #include <cstdarg>
 #include <unordered_map>
 
-#include "platform/base/export.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/ModuleState.h"
-#include "platform/framework/SyncObjects.h"
-#include "platform/system/Resources.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/ModuleState.h"
+#include "n7utility/platform/framework/SyncObjects.h"
+#include "n7utility/platform/system/Resources.h"
 
 class N7_EXPORT CResourceMgr {
  public:

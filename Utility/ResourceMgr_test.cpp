@@ -1,4 +1,4 @@
-#include "Utility/ResourceMgr.h"
+#include "n7utility/Utility/ResourceMgr.h"
 
 #include <gtest/gtest.h>
 
@@ -6,9 +6,9 @@
 #include <string>
 #include <thread>
 
-#include "core/text.h"
-#include "platform/base/TempDir_test.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 // event until the first task is due, then runs due tasks in run order with the lock released
 // around each callback.
 
-#include "Utility/Scheduler.h"
+#include "n7utility/Utility/Scheduler.h"
 
 #include <atomic>
 #include <cstdint>
@@ -14,18 +14,18 @@
 #include <map>
 #include <sstream>
 
-#include "Utility/PendingTasks_internal.h"
-#include "Utility/Scheduler_internal.h"
-#include "core/classic_stream.h"
-#include "core/text.h"
-#include "core/trace.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/framework/SyncObjects.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/N7DateTime.h"
-#include "platform/kernel/Thread.h"
-#include "platform/kernel/Time.h"
+#include "n7utility/Utility/PendingTasks_internal.h"
+#include "n7utility/Utility/Scheduler_internal.h"
+#include "n7utility/core/classic_stream.h"
+#include "n7utility/core/text.h"
+#include "n7utility/core/trace.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/framework/SyncObjects.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/N7DateTime.h"
+#include "n7utility/platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/Time.h"
 
 namespace {
 

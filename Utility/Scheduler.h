@@ -18,8 +18,8 @@
 
 #include <string>
 
-#include "platform/base/export.h"
-#include "platform/kernel/N7DateTime.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/kernel/N7DateTime.h"
 
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): protected on purpose, see below
 class N7_EXPORT ASchedulerCallback {

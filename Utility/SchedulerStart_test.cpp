@@ -4,8 +4,8 @@
 
 #include <latch>
 
-#include "Utility/Scheduler.h"
-#include "Utility/Scheduler_internal.h"
+#include "n7utility/Utility/Scheduler.h"
+#include "n7utility/Utility/Scheduler_internal.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The scheduler's seam for tests: how it begins its dispatch thread.
 #pragma once
 
-#include "platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/Thread.h"
 
 namespace n7utility::internal {
 

@@ -5,7 +5,7 @@
 // has consumed every wake-up and clock step and is asleep again, so "nothing ran" can be checked
 // without sleeping.
 
-#include "Utility/Scheduler.h"
+#include "n7utility/Utility/Scheduler.h"
 
 #include <gtest/gtest.h>
 
@@ -20,11 +20,11 @@
 #include <tuple>
 #include <vector>
 
-#include "core/trace.h"
-#include "core/trace_capture_test.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/kernel/Clock.h"
-#include "platform/kernel/ManualClock.h"
+#include "n7utility/core/trace.h"
+#include "n7utility/core/trace_capture_test.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/kernel/Clock.h"
+#include "n7utility/platform/kernel/ManualClock.h"
 
 namespace {
 

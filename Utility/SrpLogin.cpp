@@ -3,16 +3,16 @@
 #include <cstdint>
 #include <utility>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "core/safe_cast.h"
-#include "core/text.h"
-#include "n7crypto/errors.h"
-#include "n7crypto/key.h"
-#include "n7crypto/pbkdf2.h"
-#include "n7crypto/random_provider.h"
-#include "n7crypto/srp.h"
-#include "n7crypto/wipe.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/core/safe_cast.h"
+#include "n7utility/core/text.h"
+#include "n7utility/n7crypto/errors.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/random_provider.h"
+#include "n7utility/n7crypto/srp.h"
+#include "n7utility/n7crypto/wipe.h"
 
 namespace N7A {
 
@@ -50,7 +50,8 @@ void copy_to(const n7crypto::Key& from, std::vector<unsigned char>& to) {
 // using x = 0 satisfies without knowing the password: both server rounds refuse it before
 // anything is computed.
 void require_password_hash(const std::vector<unsigned char>& hash, const char* function, int line) {
-  if (hash.empty()) internal::raise_blob_error("Ill-formatted (empty) password blob", function, line);
+  if (hash.empty())
+    internal::raise_blob_error("Ill-formatted (empty) password blob", function, line);
 }
 
 // The peer's iteration count as the derivation takes it. Counts beyond an int fail the checked
@@ -88,7 +89,8 @@ n7crypto::Key password_key(const std::string& userId, const std::string& passwor
                            const std::vector<unsigned char>& salt, int algorithm,
                            unsigned int iterations) {
   require_known_algorithm(algorithm, kCreateM1, __LINE__);
-  if (algorithm == internal::kAlgorithmLegacy) return legacy_password_key_of(salt, userId, password);
+  if (algorithm == internal::kAlgorithmLegacy)
+    return legacy_password_key_of(salt, userId, password);
   return n7crypto::pbkdf2_sha1(data_of(password), password.size(), data_of(salt), salt.size(),
                                bounded_iterations(iterations),
                                static_cast<int>(srp().digest_size()));

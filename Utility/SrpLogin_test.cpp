@@ -8,13 +8,13 @@
 #include <thread>
 #include <vector>
 
-#include "Utility/Authentication.h"
-#include "core/GlobalLocale_test.h"
-#include "core/base64.h"
-#include "core/testing_internal.h"
-#include "core/text.h"
-#include "n7crypto/key.h"
-#include "n7crypto/srp.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/core/GlobalLocale_test.h"
+#include "n7utility/core/base64.h"
+#include "n7utility/core/testing_internal.h"
+#include "n7utility/core/text.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/srp.h"
 
 namespace N7A {
 namespace {

@@ -1,8 +1,8 @@
-#include "Utility/StringTable.h"
+#include "n7utility/Utility/StringTable.h"
 
-#include "Utility/StringTable_internal.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/framework/ModuleState.h"
+#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/framework/ModuleState.h"
 
 namespace n7utility::internal {
 

@@ -3,10 +3,10 @@
 // current resource module points at the time.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/SyncObjects.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/SyncObjects.h"
 
 class N7_EXPORT CStringTable {
  public:

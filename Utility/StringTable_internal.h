@@ -2,7 +2,7 @@
 // resource module that holds the library's string table.
 #pragma once
 
-#include "platform/framework/ModuleState.h"
+#include "n7utility/platform/framework/ModuleState.h"
 
 namespace n7utility::internal {
 

@@ -1,4 +1,4 @@
-#include "Utility/StringTable.h"
+#include "n7utility/Utility/StringTable.h"
 
 #include <gtest/gtest.h>
 
@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "Utility/StringTable_internal.h"
-#include "platform/framework/ModuleState.h"
-#include "platform/system/Resources_internal.h"
+#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/platform/framework/ModuleState.h"
+#include "n7utility/platform/system/Resources_internal.h"
 
 namespace {
 

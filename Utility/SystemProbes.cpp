@@ -1,13 +1,13 @@
-#include "Utility/SystemProbes.h"
+#include "n7utility/Utility/SystemProbes.h"
 
 #include <string>
 
-#include "Utility/RegistryKey.h"
-#include "platform/framework/Exceptions.h"
-#include "platform/framework/File.h"
-#include "platform/system/Registry.h"
-#include "platform/system/Resources.h"
-#include "platform/system/Services.h"
+#include "n7utility/Utility/RegistryKey.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/framework/File.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/Resources.h"
+#include "n7utility/platform/system/Services.h"
 
 namespace {
 

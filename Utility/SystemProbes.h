@@ -5,8 +5,8 @@
 // call any of them at any time.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/framework/CString.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/framework/CString.h"
 
 // 1 when the COM library's CoInitializeEx cannot be found in this process (its module "OLE32" is
 // not loaded, or lacks the function), 0 when it can. The module is never loaded for the purpose.

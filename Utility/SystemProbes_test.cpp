@@ -1,4 +1,4 @@
-#include "Utility/SystemProbes.h"
+#include "n7utility/Utility/SystemProbes.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,14 +9,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "core/text.h"
-#include "platform/base/TempDir_test.h"
-#include "platform/framework/CountedException_test.h"
-#include "platform/framework/Exceptions.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryFixture_internal.h"
-#include "platform/system/Resources.h"
-#include "platform/system/Services_test.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/framework/CountedException_test.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryFixture_internal.h"
+#include "n7utility/platform/system/Resources.h"
+#include "n7utility/platform/system/Services_test.h"
 
 namespace {
 

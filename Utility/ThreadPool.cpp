@@ -1,4 +1,4 @@
-#include "Utility/ThreadPool.h"
+#include "n7utility/Utility/ThreadPool.h"
 
 #include <cxxabi.h>
 
@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <vector>
 
-#include "Utility/ExceptionWrappers.h"
-#include "core/safe_cast.h"
-#include "platform/framework/ComError.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/Time.h"
+#include "n7utility/Utility/ExceptionWrappers.h"
+#include "n7utility/core/safe_cast.h"
+#include "n7utility/platform/framework/ComError.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/Time.h"
 
 namespace n7utility::internal {
 namespace {

@@ -21,12 +21,12 @@
 #include <atomic>
 #include <list>
 
-#include "platform/base/export.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/Exceptions.h"
-#include "platform/framework/SyncObjects.h"
-#include "platform/kernel/Thread.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/framework/SyncObjects.h"
+#include "n7utility/platform/kernel/Thread.h"
 
 namespace n7utility::internal {
 

@@ -1,4 +1,4 @@
-#include "Utility/ThreadPool.h"
+#include "n7utility/Utility/ThreadPool.h"
 
 #include <gtest/gtest.h>
 
@@ -11,11 +11,11 @@
 #include <thread>
 #include <vector>
 
-#include "Utility/ExceptionWrappers.h"
-#include "platform/framework/ComError.h"
-#include "platform/kernel/ClockFixture_internal.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/LeakCheck_test.h"
+#include "n7utility/Utility/ExceptionWrappers.h"
+#include "n7utility/platform/framework/ComError.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/LeakCheck_test.h"
 
 namespace {
 

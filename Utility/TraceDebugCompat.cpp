@@ -1,13 +1,13 @@
 // Trace calls with a flags word, mapped onto the core trace services.
 
-#include "Utility/TraceDebugCompat.h"
+#include "n7utility/Utility/TraceDebugCompat.h"
 
 #include <array>
 #include <cstdint>
 #include <string>
 
-#include "core/text.h"
-#include "core/trace.h"
+#include "n7utility/core/text.h"
+#include "n7utility/core/trace.h"
 
 namespace {
 

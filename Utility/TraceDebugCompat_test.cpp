@@ -1,4 +1,4 @@
-#include "Utility/TraceDebugCompat.h"
+#include "n7utility/Utility/TraceDebugCompat.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/error.h"
-#include "core/trace.h"
-#include "core/trace_capture_test.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/trace.h"
+#include "n7utility/core/trace_capture_test.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "Utility/WaitableObjects.h"
+#include "n7utility/Utility/WaitableObjects.h"
 
 #include <algorithm>
 
-#include "core/safe_cast.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/Time.h"
+#include "n7utility/core/safe_cast.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/Time.h"
 
 using n7platform::CriticalSectionLock;
 

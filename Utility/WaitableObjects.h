@@ -21,10 +21,10 @@
 #include <deque>
 #include <vector>
 
-#include "platform/base/export.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/SyncObjects.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/SyncObjects.h"
 
 class N7_EXPORT CWaitableObjects {
  public:

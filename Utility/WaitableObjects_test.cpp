@@ -1,4 +1,4 @@
-#include "Utility/WaitableObjects.h"
+#include "n7utility/Utility/WaitableObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/kernel/ClockFixture_internal.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/Date.h"
+#include "n7utility/Utility/Date.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/N7Document.h"
-#include "platform/base/fuzz_check.h"
-#include "platform/framework/Archive.h"
-#include "platform/framework/MemFile.h"
+#include "n7utility/Utility/N7Document.h"
+#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/framework/Archive.h"
+#include "n7utility/platform/framework/MemFile.h"
 
 // The classes are not in an anonymous namespace: DECLARE_SERIAL declares an operator>> that this
 // file does not use.

@@ -15,13 +15,13 @@
 #include <string>
 #include <vector>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "core/base64.h"
-#include "core/error.h"
-#include "core/serialize.h"
-#include "n7crypto/key.h"
-#include "platform/base/fuzz_check.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/core/base64.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/serialize.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/platform/base/fuzz_check.h"
 
 namespace {
 
@@ -40,7 +40,7 @@ struct BlobFields {
 BlobFields CrackBlob(const std::string& blob) {
   BlobFields fields;
   internal::crack_extended_password_blob(blob, &fields.salt, &fields.hash, &fields.algorithm,
-                                     &fields.iterations, &fields.legacy);
+                                         &fields.iterations, &fields.legacy);
   return fields;
 }
 
@@ -97,8 +97,9 @@ PropsFields CrackProps(const std::string& props) {
 }
 
 std::string MakeProps(const PropsFields& fields) {
-  return internal::make_public_password_props(fields.salt.data(), fields.salt.size(), fields.algorithm,
-                                          static_cast<int>(fields.iterations));
+  return internal::make_public_password_props(fields.salt.data(), fields.salt.size(),
+                                              fields.algorithm,
+                                              static_cast<int>(fields.iterations));
 }
 
 // A client's A, made once: the server's first round needs one.
@@ -117,7 +118,7 @@ const std::vector<unsigned char>& ClientA() {
 void CheckServerProps(const std::string& blob) {
   BlobFields fields;
   internal::crack_extended_password_blob(blob, &fields.salt, &fields.hash, &fields.algorithm,
-                                     &fields.iterations, nullptr);
+                                         &fields.iterations, nullptr);
   std::vector<unsigned char> salt;
   std::vector<unsigned char> B;
   n7crypto::Key K;
@@ -179,7 +180,7 @@ void WriteSeeds(const std::filesystem::path& directory) {
   const BlobFields fields = CrackBlob(blob);
   n7fuzz::write_seed(directory, "props",
                      internal::make_public_password_props(fields.salt.data(), fields.salt.size(),
-                                                      fields.algorithm, fields.iterations));
+                                                          fields.algorithm, fields.iterations));
 }
 
 }  // namespace

@@ -15,11 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "core/error.h"
-#include "n7crypto/key.h"
-#include "platform/base/fuzz_check.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/platform/base/fuzz_check.h"
 
 namespace {
 
@@ -100,10 +100,10 @@ void WriteSeeds(const std::filesystem::path& directory) {
   for (std::size_t i = 0; i < salt.size(); ++i) salt[i] = static_cast<unsigned char>(i);
   n7fuzz::write_seed(directory, "pbkdf2",
                      internal::make_public_password_props(salt.data(), salt.size(),
-                                                      internal::kAlgorithmPbkdf2Sha256, 1024));
-  n7fuzz::write_seed(
-      directory, "pbkdf2_one",
-      internal::make_public_password_props(salt.data(), salt.size(), internal::kAlgorithmPbkdf2Sha256, 1));
+                                                          internal::kAlgorithmPbkdf2Sha256, 1024));
+  n7fuzz::write_seed(directory, "pbkdf2_one",
+                     internal::make_public_password_props(salt.data(), salt.size(),
+                                                          internal::kAlgorithmPbkdf2Sha256, 1));
   n7fuzz::write_seed(directory, "legacy", N7A::MakeLegacyPublicPasswordProperties(salt.data(), 16));
 }
 

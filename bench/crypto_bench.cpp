@@ -13,10 +13,10 @@
 #include <string>
 #include <string_view>
 
-#include "Utility/Authentication.h"
-#include "Utility/Authentication_internal.h"
-#include "n7crypto/pbkdf2.h"
-#include "n7crypto/sha1_internal.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/Utility/Authentication_internal.h"
+#include "n7utility/n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/sha1_internal.h"
 
 namespace {
 

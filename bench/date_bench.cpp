@@ -15,8 +15,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "Utility/Date.h"
 #include "bench/ratio_reporter.h"
+#include "n7utility/Utility/Date.h"
 
 namespace {
 

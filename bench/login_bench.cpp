@@ -20,10 +20,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/Authentication.h"
-#include "n7crypto/key.h"
-#include "n7crypto/pbkdf2.h"
-#include "n7crypto/srp.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/srp.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Utility/IStringAndDwordMapper.h"
 #include "bench/ratio_reporter.h"
-#include "platform/framework/Map.h"
+#include "n7utility/Utility/IStringAndDwordMapper.h"
+#include "n7utility/platform/framework/Map.h"
 
 namespace {
 

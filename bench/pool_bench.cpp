@@ -17,8 +17,8 @@
 #include <thread>
 #include <vector>
 
-#include "Utility/ThreadPool.h"
 #include "bench/ratio_reporter.h"
+#include "n7utility/Utility/ThreadPool.h"
 
 namespace {
 

@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "bench/ratio_reporter.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryStore_internal.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryStore_internal.h"
 
 namespace {
 

@@ -22,9 +22,9 @@
 #include <thread>
 #include <vector>
 
-#include "Utility/Scheduler.h"
 #include "bench/ratio_reporter.h"
-#include "core/heap_counter_test.h"
+#include "n7utility/Utility/Scheduler.h"
+#include "n7utility/core/heap_counter_test.h"
 
 namespace {
 

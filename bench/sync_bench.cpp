@@ -28,9 +28,9 @@
 #include <thread>
 #include <vector>
 
-#include "Utility/ReadWriteLock.h"
 #include "bench/ratio_reporter.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/Utility/ReadWriteLock.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "bench/ratio_reporter.h"
-#include "n7xml/string_tokenizer.h"
+#include "n7utility/n7xml/string_tokenizer.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 # What `cmake --install` puts under the prefix: the shared library with its soname links, the
 # public headers under include/n7utility/ (laid out as in the source tree, so the library's own
-# "platform/kernel/Clock.h"-style includes resolve), the pkg-config module and the CMake package
+# "n7utility/platform/kernel/Clock.h"-style includes resolve against include/) and the umbrella
+# header include/n7utility.h, the pkg-config module and the CMake package
 # `n7utility` with the resource compiler's functions, and the n7util and n7rc tools.
 #
 # Every rule names one of three components, the Debian packages cmake/Packaging.cmake makes:
@@ -39,7 +40,7 @@ foreach(dir include platform core Utility n7crypto n7xml)
     continue()
   endif()
   if(dir STREQUAL "include")
-    set(destination ${N7_INSTALL_HEADERDIR})  # the umbrella header sits at the top
+    set(destination ${CMAKE_INSTALL_INCLUDEDIR})  # <n7utility.h>, the umbrella header
   else()
     set(destination ${N7_INSTALL_HEADERDIR}/${dir})
   endif()
@@ -80,7 +81,7 @@ install(EXPORT n7utilityTargets
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/n7utilityConfig.cmake.in
   ${PROJECT_BINARY_DIR}/n7utilityConfig.cmake
   INSTALL_DESTINATION ${N7_INSTALL_CMAKEDIR}
-  PATH_VARS N7_INSTALL_HEADERDIR)
+  PATH_VARS CMAKE_INSTALL_INCLUDEDIR)
 # The soname carries the major version, so any release with the same major version will do.
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/n7utilityConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)

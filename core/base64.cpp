@@ -1,8 +1,8 @@
-#include "core/base64.h"
+#include "n7utility/core/base64.h"
 
 #include <cstdint>
 
-#include "core/error.h"
+#include "n7utility/core/error.h"
 
 namespace n7core {
 namespace {

@@ -1,11 +1,11 @@
-#include "core/base64.h"
+#include "n7utility/core/base64.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "core/testing_internal.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7core {
 namespace {

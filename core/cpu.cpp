@@ -1,4 +1,4 @@
-#include "core/cpu.h"
+#include "n7utility/core/cpu.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <x86intrin.h>

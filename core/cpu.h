@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "platform/base/export.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7core::hardware {
 

@@ -1,11 +1,11 @@
-#include "core/error.h"
+#include "n7utility/core/error.h"
 
 #include <string>
 #include <unordered_map>
 #include <utility>
 
-#include "core/mutex_internal.h"
-#include "platform/base/NoDestructor.h"
+#include "n7utility/core/mutex_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
 
 namespace n7core {
 

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/refcount.h"
-#include "platform/base/export.h"
+#include "n7utility/core/refcount.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7core {
 

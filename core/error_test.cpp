@@ -1,4 +1,4 @@
-#include "core/error.h"
+#include "n7utility/core/error.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "core/safe_cast.h"
-#include "core/testing_internal.h"
+#include "n7utility/core/safe_cast.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7core {
 namespace {

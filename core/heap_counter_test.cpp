@@ -2,7 +2,7 @@
 // so that no caller sees their bodies: g++ would otherwise take the malloc/free inside them for a
 // mismatch with the new-expressions it inlines them into.
 
-#include "core/heap_counter_test.h"
+#include "n7utility/core/heap_counter_test.h"
 
 #include <malloc.h>
 

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <type_traits>
 
-#include "core/error.h"
+#include "n7utility/core/error.h"
 
 namespace n7core {
 

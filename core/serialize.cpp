@@ -1,4 +1,4 @@
-#include "core/serialize.h"
+#include "n7utility/core/serialize.h"
 
 #include <algorithm>
 #include <array>
@@ -8,8 +8,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "core/text.h"
-#include "core/utf8.h"
+#include "n7utility/core/text.h"
+#include "n7utility/core/utf8.h"
 
 namespace n7serialize {
 

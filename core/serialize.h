@@ -31,8 +31,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/error.h"
-#include "platform/base/export.h"
+#include "n7utility/core/error.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7serialize {
 

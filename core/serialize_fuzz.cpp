@@ -14,9 +14,9 @@
 #include <variant>
 #include <vector>
 
-#include "core/error.h"
-#include "core/serialize.h"
-#include "platform/base/fuzz_check.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/serialize.h"
+#include "n7utility/platform/base/fuzz_check.h"
 
 namespace {
 

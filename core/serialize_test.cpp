@@ -1,4 +1,4 @@
-#include "core/serialize.h"
+#include "n7utility/core/serialize.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "core/GlobalLocale_test.h"
+#include "n7utility/core/GlobalLocale_test.h"
 
 namespace n7serialize {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "core/error.h"
+#include "n7utility/core/error.h"
 
 namespace n7core::test_support {
 

@@ -1,11 +1,11 @@
-#include "core/text.h"
+#include "n7utility/core/text.h"
 
 #include <bit>
 #include <cstdint>
 #include <type_traits>
 
-#include "core/error.h"
-#include "platform/base/TextCodec.h"
+#include "n7utility/core/error.h"
+#include "n7utility/platform/base/TextCodec.h"
 
 namespace n7core {
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/export.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7core {
 

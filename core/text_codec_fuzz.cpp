@@ -17,12 +17,12 @@
 #include <string_view>
 #include <vector>
 
-#include "core/base64.h"
-#include "core/error.h"
-#include "core/text.h"
-#include "core/utf8.h"
-#include "platform/base/TextCodec.h"
-#include "platform/base/fuzz_check.h"
+#include "n7utility/core/base64.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/text.h"
+#include "n7utility/core/utf8.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/base/fuzz_check.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include "core/text.h"
+#include "n7utility/core/text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "core/testing_internal.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7core {
 namespace {

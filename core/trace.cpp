@@ -1,4 +1,4 @@
-#include "core/trace.h"
+#include "n7utility/core/trace.h"
 
 #include <unistd.h>
 
@@ -10,9 +10,9 @@
 #include <system_error>
 #include <utility>
 
-#include "core/classic_stream.h"
-#include "core/trace_internal.h"
-#include "platform/base/NoDestructor.h"
+#include "n7utility/core/classic_stream.h"
+#include "n7utility/core/trace_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
 
 namespace n7trace {
 namespace internal {

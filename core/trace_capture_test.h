@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/trace.h"
+#include "n7utility/core/trace.h"
 
 namespace n7trace::test_support {
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/mutex_internal.h"
-#include "core/trace.h"
+#include "n7utility/core/mutex_internal.h"
+#include "n7utility/core/trace.h"
 
 namespace n7trace::internal {
 

@@ -1,4 +1,4 @@
-#include "core/trace.h"
+#include "n7utility/core/trace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "core/GlobalLocale_test.h"
-#include "core/heap_counter_test.h"
-#include "core/trace_internal.h"
-#include "platform/base/TempDir_test.h"
+#include "n7utility/core/GlobalLocale_test.h"
+#include "n7utility/core/heap_counter_test.h"
+#include "n7utility/core/trace_internal.h"
+#include "n7utility/platform/base/TempDir_test.h"
 
 namespace n7trace {
 namespace {

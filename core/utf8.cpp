@@ -1,8 +1,8 @@
-#include "core/utf8.h"
+#include "n7utility/core/utf8.h"
 
 #include <string>
 
-#include "core/error.h"
+#include "n7utility/core/error.h"
 
 namespace n7core {
 

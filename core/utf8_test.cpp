@@ -1,10 +1,10 @@
-#include "core/utf8.h"
+#include "n7utility/core/utf8.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "core/testing_internal.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7core {
 namespace {

@@ -1,74 +1,74 @@
-// libn7utility: every public header of the library.
+// libn7utility: every public header of the library, and nothing else: no test helpers (the
+// manual clock is <n7utility/platform/kernel/ManualClock.h>, for a program's own tests) and no
+// internals.
 #pragma once
 
 // Platform layer: Win32 and framework names over Linux.
-#include "platform/base/NoDestructor.h"
-#include "platform/base/Object.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/Archive.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/ComError.h"
-#include "platform/framework/Document.h"
-#include "platform/framework/Exceptions.h"
-#include "platform/framework/File.h"
-#include "platform/framework/Map.h"
-#include "platform/framework/MemFile.h"
-#include "platform/framework/ModuleState.h"
-#include "platform/framework/SyncObjects.h"
-#include "platform/kernel/Clock.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/ManualClock.h"
-#include "platform/kernel/N7DateTime.h"
-#include "platform/kernel/StructuredExceptions.h"
-#include "platform/kernel/Thread.h"
-#include "platform/kernel/Time.h"
-#include "platform/system/EventLog.h"
-#include "platform/system/FormatMessage.h"
-#include "platform/system/LocalMemory.h"
-#include "platform/system/MessageBox.h"
-#include "platform/system/Registry.h"
-#include "platform/system/Resources.h"
-#include "platform/system/Services.h"
+#include <n7utility/platform/base/Object.h>
+#include <n7utility/platform/base/windows_types.h>
+#include <n7utility/platform/framework/Archive.h>
+#include <n7utility/platform/framework/CString.h>
+#include <n7utility/platform/framework/ComError.h>
+#include <n7utility/platform/framework/Document.h>
+#include <n7utility/platform/framework/Exceptions.h>
+#include <n7utility/platform/framework/File.h>
+#include <n7utility/platform/framework/Map.h>
+#include <n7utility/platform/framework/MemFile.h>
+#include <n7utility/platform/framework/ModuleState.h>
+#include <n7utility/platform/framework/SyncObjects.h>
+#include <n7utility/platform/kernel/Clock.h>
+#include <n7utility/platform/kernel/KernelObjects.h>
+#include <n7utility/platform/kernel/N7DateTime.h>
+#include <n7utility/platform/kernel/StructuredExceptions.h>
+#include <n7utility/platform/kernel/Thread.h>
+#include <n7utility/platform/kernel/Time.h>
+#include <n7utility/platform/system/EventLog.h>
+#include <n7utility/platform/system/FormatMessage.h>
+#include <n7utility/platform/system/LocalMemory.h>
+#include <n7utility/platform/system/MessageBox.h>
+#include <n7utility/platform/system/Registry.h>
+#include <n7utility/platform/system/Resources.h>
+#include <n7utility/platform/system/Services.h>
 
 // Core services.
-#include "core/base64.h"
-#include "core/cpu.h"
-#include "core/error.h"
-#include "core/refcount.h"
-#include "core/safe_cast.h"
-#include "core/serialize.h"
-#include "core/text.h"
-#include "core/trace.h"
-#include "core/utf8.h"
+#include <n7utility/core/base64.h>
+#include <n7utility/core/cpu.h>
+#include <n7utility/core/error.h>
+#include <n7utility/core/refcount.h>
+#include <n7utility/core/safe_cast.h>
+#include <n7utility/core/serialize.h>
+#include <n7utility/core/text.h>
+#include <n7utility/core/trace.h>
+#include <n7utility/core/utf8.h>
 
 // Cryptographic engine.
-#include "n7crypto/digest.h"
-#include "n7crypto/errors.h"
-#include "n7crypto/key.h"
-#include "n7crypto/pbkdf2.h"
-#include "n7crypto/random_provider.h"
-#include "n7crypto/srp.h"
-#include "n7crypto/wipe.h"
+#include <n7utility/n7crypto/digest.h>
+#include <n7utility/n7crypto/errors.h>
+#include <n7utility/n7crypto/key.h>
+#include <n7utility/n7crypto/pbkdf2.h>
+#include <n7utility/n7crypto/random_provider.h>
+#include <n7utility/n7crypto/srp.h>
+#include <n7utility/n7crypto/wipe.h>
 
 // XML tokenizer and pull reader.
-#include "n7xml/reader.h"
-#include "n7xml/string_tokenizer.h"
+#include <n7utility/n7xml/reader.h>
+#include <n7utility/n7xml/string_tokenizer.h>
 
 // The library's families.
-#include "Utility/Authentication.h"
-#include "Utility/Date.h"
-#include "Utility/DirectoryChangeNotifier.h"
-#include "Utility/ErrorPool.h"
-#include "Utility/EventLog.h"
-#include "Utility/ExceptionWrappers.h"
-#include "Utility/IStringAndDwordMapper.h"
-#include "Utility/N7Document.h"
-#include "Utility/ReadWriteLock.h"
-#include "Utility/RegistryKey.h"
-#include "Utility/ResourceMgr.h"
-#include "Utility/Scheduler.h"
-#include "Utility/StringTable.h"
-#include "Utility/SystemProbes.h"
-#include "Utility/ThreadPool.h"
-#include "Utility/TraceDebugCompat.h"
-#include "Utility/WaitableObjects.h"
+#include <n7utility/Utility/Authentication.h>
+#include <n7utility/Utility/Date.h>
+#include <n7utility/Utility/DirectoryChangeNotifier.h>
+#include <n7utility/Utility/ErrorPool.h>
+#include <n7utility/Utility/EventLog.h>
+#include <n7utility/Utility/ExceptionWrappers.h>
+#include <n7utility/Utility/IStringAndDwordMapper.h>
+#include <n7utility/Utility/N7Document.h>
+#include <n7utility/Utility/ReadWriteLock.h>
+#include <n7utility/Utility/RegistryKey.h>
+#include <n7utility/Utility/ResourceMgr.h>
+#include <n7utility/Utility/Scheduler.h>
+#include <n7utility/Utility/StringTable.h>
+#include <n7utility/Utility/SystemProbes.h>
+#include <n7utility/Utility/ThreadPool.h>
+#include <n7utility/Utility/TraceDebugCompat.h>
+#include <n7utility/Utility/WaitableObjects.h>

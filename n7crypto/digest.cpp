@@ -1,11 +1,11 @@
-#include "n7crypto/digest.h"
+#include "n7utility/n7crypto/digest.h"
 
 #include <openssl/evp.h>
 
-#include "core/error.h"
-#include "n7crypto/digest_internal.h"
-#include "n7crypto/errors.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7crypto/digest_internal.h"
+#include "n7utility/n7crypto/errors.h"
+#include "n7utility/platform/base/windows_types.h"
 
 namespace n7crypto::internal {
 namespace {

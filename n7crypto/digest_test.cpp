@@ -1,4 +1,4 @@
-#include "n7crypto/digest.h"
+#include "n7utility/n7crypto/digest.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "core/error.h"
-#include "core/testing_internal.h"
-#include "n7crypto/digest_internal.h"
-#include "n7crypto/errors.h"
-#include "n7crypto/hex_test.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/testing_internal.h"
+#include "n7utility/n7crypto/digest_internal.h"
+#include "n7utility/n7crypto/errors.h"
+#include "n7utility/n7crypto/hex_test.h"
 
 namespace n7crypto {
 namespace {
@@ -84,7 +84,8 @@ TEST(ScopedDigesterTest, DigestsWithTheChosenAlgorithm) {
 }
 
 TEST(ScopedDigesterTest, FailedStartIsAnSrpError) {
-  const auto error = n7core::test_support::thrown_error([] { internal::ScopedDigester none(nullptr); });
+  const auto error =
+      n7core::test_support::thrown_error([] { internal::ScopedDigester none(nullptr); });
   EXPECT_EQ(error.code, "error.n7crypto.srp");
   EXPECT_EQ(error.message, "Error computing SRP values (hash digest init failed)");
 }

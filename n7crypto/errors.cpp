@@ -1,4 +1,4 @@
-#include "n7crypto/errors.h"
+#include "n7utility/n7crypto/errors.h"
 
 namespace n7crypto::errors {
 

@@ -4,8 +4,8 @@
 // the hosts that look them up by name; nothing in this library raises them.
 #pragma once
 
-#include "core/error.h"
-#include "platform/base/export.h"
+#include "n7utility/core/error.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7crypto::errors {
 

@@ -1,9 +1,9 @@
-#include "n7crypto/hmac_internal.h"
+#include "n7utility/n7crypto/hmac_internal.h"
 
 #include <cstdint>
 #include <cstring>
 
-#include "n7crypto/wipe.h"
+#include "n7utility/n7crypto/wipe.h"
 
 namespace n7crypto::internal {
 namespace {

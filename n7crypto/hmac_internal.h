@@ -8,7 +8,7 @@
 
 #include <cstddef>
 
-#include "n7crypto/sha1_internal.h"
+#include "n7utility/n7crypto/sha1_internal.h"
 
 namespace n7crypto::internal {
 

@@ -1,15 +1,15 @@
-#include "n7crypto/key.h"
+#include "n7utility/n7crypto/key.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include "core/error.h"
-#include "core/safe_cast.h"
-#include "n7crypto/key_internal.h"
-#include "n7crypto/wipe.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/safe_cast.h"
+#include "n7utility/n7crypto/key_internal.h"
+#include "n7utility/n7crypto/wipe.h"
+#include "n7utility/platform/base/windows_types.h"
 
 namespace n7crypto {
 namespace internal {

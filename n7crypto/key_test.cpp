@@ -1,4 +1,4 @@
-#include "n7crypto/key.h"
+#include "n7utility/n7crypto/key.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/testing_internal.h"
-#include "n7crypto/key_internal.h"
+#include "n7utility/core/testing_internal.h"
+#include "n7utility/n7crypto/key_internal.h"
 
 namespace n7crypto {
 namespace {

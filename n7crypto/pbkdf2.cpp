@@ -1,11 +1,11 @@
-#include "n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/pbkdf2.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
-#include "n7crypto/hmac_internal.h"
-#include "n7crypto/wipe.h"
+#include "n7utility/n7crypto/hmac_internal.h"
+#include "n7utility/n7crypto/wipe.h"
 
 namespace n7crypto {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "n7crypto/key.h"
-#include "platform/base/export.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7crypto {
 

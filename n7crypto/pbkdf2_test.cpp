@@ -1,4 +1,4 @@
-#include "n7crypto/pbkdf2.h"
+#include "n7utility/n7crypto/pbkdf2.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "n7crypto/hex_test.h"
-#include "n7crypto/hmac_internal.h"
+#include "n7utility/n7crypto/hex_test.h"
+#include "n7utility/n7crypto/hmac_internal.h"
 
 namespace n7crypto {
 namespace {

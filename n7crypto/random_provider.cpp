@@ -1,13 +1,13 @@
-#include "n7crypto/random_provider.h"
+#include "n7utility/n7crypto/random_provider.h"
 
 #include <openssl/rand.h>
 
 #include <cstdint>
 
-#include "core/cpu.h"
-#include "core/error.h"
-#include "n7crypto/errors.h"
-#include "platform/base/NoDestructor.h"
+#include "n7utility/core/cpu.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7crypto/errors.h"
+#include "n7utility/platform/base/NoDestructor.h"
 
 namespace n7crypto {
 namespace internal {

@@ -1,4 +1,4 @@
-#include "n7crypto/random_provider.h"
+#include "n7utility/n7crypto/random_provider.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "core/testing_internal.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7crypto {
 namespace {

@@ -2,8 +2,8 @@
 // only access to the compression function (see sha1_internal.h).
 #define OPENSSL_SUPPRESS_DEPRECATED
 
-#include "n7crypto/sha1_internal.h"
-#include "n7crypto/wipe.h"
+#include "n7utility/n7crypto/sha1_internal.h"
+#include "n7utility/n7crypto/wipe.h"
 
 #include <openssl/crypto.h>
 

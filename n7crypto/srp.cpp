@@ -1,4 +1,4 @@
-#include "n7crypto/srp.h"
+#include "n7utility/n7crypto/srp.h"
 
 #include <openssl/bn.h>
 #include <openssl/crypto.h>
@@ -10,11 +10,11 @@
 #include <memory>
 #include <utility>
 
-#include "core/error.h"
-#include "core/safe_cast.h"
-#include "n7crypto/digest_internal.h"
-#include "n7crypto/errors.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/safe_cast.h"
+#include "n7utility/n7crypto/digest_internal.h"
+#include "n7utility/n7crypto/errors.h"
+#include "n7utility/platform/base/windows_types.h"
 
 namespace n7crypto {
 namespace {

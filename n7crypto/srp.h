@@ -17,9 +17,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "n7crypto/key.h"
-#include "n7crypto/random_provider.h"
-#include "platform/base/export.h"
+#include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/random_provider.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7crypto {
 

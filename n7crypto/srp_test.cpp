@@ -1,4 +1,4 @@
-#include "n7crypto/srp.h"
+#include "n7utility/n7crypto/srp.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/testing_internal.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7crypto {
 namespace {

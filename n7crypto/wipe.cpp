@@ -1,4 +1,4 @@
-#include "n7crypto/wipe.h"
+#include "n7utility/n7crypto/wipe.h"
 
 #include <openssl/crypto.h>
 

@@ -1,4 +1,4 @@
-#include "n7xml/char_classes_internal.h"
+#include "n7utility/n7xml/char_classes_internal.h"
 
 #include <gtest/gtest.h>
 

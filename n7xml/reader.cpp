@@ -1,10 +1,10 @@
-#include "n7xml/reader.h"
+#include "n7utility/n7xml/reader.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <utility>
 
-#include "core/text.h"
+#include "n7utility/core/text.h"
 
 namespace n7xml {
 

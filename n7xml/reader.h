@@ -15,9 +15,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/error.h"
-#include "n7xml/string_tokenizer.h"
-#include "platform/base/export.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7xml/string_tokenizer.h"
+#include "n7utility/platform/base/export.h"
 
 namespace n7xml {
 

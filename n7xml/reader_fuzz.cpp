@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/error.h"
-#include "n7xml/reader.h"
-#include "n7xml/scan_check_internal.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7xml/reader.h"
+#include "n7utility/n7xml/scan_check_internal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // An exact-size heap copy: any read past the end is a heap overflow AddressSanitizer reports.
@@ -27,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Malformed input: the expected outcome for most inputs.
   }
   const std::string_view text(document.data(), document.size());
-  if (n7xml::internal::reader_trace(text, false) != n7xml::internal::reader_trace(text, true)) std::abort();
+  if (n7xml::internal::reader_trace(text, false) != n7xml::internal::reader_trace(text, true))
+    std::abort();
   return 0;
 }

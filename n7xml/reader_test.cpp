@@ -1,4 +1,4 @@
-#include "n7xml/reader.h"
+#include "n7utility/n7xml/reader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -7,10 +7,10 @@
 #include <string>
 #include <string_view>
 
-#include "core/error.h"
-#include "n7xml/reader.h"
-#include "n7xml/string_tokenizer.h"
-#include "n7xml/text_scan_internal.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7xml/reader.h"
+#include "n7utility/n7xml/string_tokenizer.h"
+#include "n7utility/n7xml/text_scan_internal.h"
 
 namespace n7xml::internal {
 

@@ -1,12 +1,12 @@
-#include "n7xml/string_tokenizer.h"
+#include "n7utility/n7xml/string_tokenizer.h"
 
 #include <array>
 #include <cstring>
 #include <utility>
 
-#include "core/utf8.h"
-#include "n7xml/char_classes_internal.h"
-#include "n7xml/text_scan_internal.h"
+#include "n7utility/core/utf8.h"
+#include "n7utility/n7xml/char_classes_internal.h"
+#include "n7utility/n7xml/text_scan_internal.h"
 
 namespace n7xml {
 

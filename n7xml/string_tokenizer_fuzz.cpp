@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "core/error.h"
-#include "n7xml/scan_check_internal.h"
-#include "n7xml/string_tokenizer.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7xml/scan_check_internal.h"
+#include "n7utility/n7xml/string_tokenizer.h"
 
 namespace {
 

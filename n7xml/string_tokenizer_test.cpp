@@ -1,4 +1,4 @@
-#include "n7xml/string_tokenizer.h"
+#include "n7utility/n7xml/string_tokenizer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "core/testing_internal.h"
+#include "n7utility/core/testing_internal.h"
 
 namespace n7xml {
 namespace {

@@ -16,8 +16,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/utf8.h"
-#include "n7xml/char_classes_internal.h"
+#include "n7utility/core/utf8.h"
+#include "n7utility/n7xml/char_classes_internal.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>

@@ -1,4 +1,4 @@
-#include "n7xml/text_scan_internal.h"
+#include "n7utility/n7xml/text_scan_internal.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "n7xml/scan_check_internal.h"
+#include "n7utility/n7xml/scan_check_internal.h"
 
 namespace n7xml::internal {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/base/LastError.h"
+#include "n7utility/platform/base/LastError.h"
 
 namespace {
 thread_local DWORD last_error = ERROR_SUCCESS;

@@ -1,4 +1,4 @@
-#include "platform/base/Object.h"
+#include "n7utility/platform/base/Object.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/base/ServiceMutex.h"
-#include "platform/base/thread_annotations.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/base/thread_annotations.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/base/Object.h"
+#include "n7utility/platform/base/Object.h"
 
 #include <gtest/gtest.h>
 

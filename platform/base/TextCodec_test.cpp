@@ -1,4 +1,4 @@
-#include "platform/base/TextCodec.h"
+#include "n7utility/platform/base/TextCodec.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/framework/Archive.h"
+#include "n7utility/platform/framework/Archive.h"
 
 #include <algorithm>
 #include <bit>

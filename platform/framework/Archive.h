@@ -29,12 +29,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/base/Object.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/Exceptions.h"
-#include "platform/framework/File.h"
+#include "n7utility/platform/base/Object.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/framework/File.h"
 
 class CDocument;
 

@@ -1,4 +1,4 @@
-#include "platform/framework/Archive.h"
+#include "n7utility/platform/framework/Archive.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,9 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/base/TempDir_test.h"
-#include "platform/framework/Archive_test.h"
-#include "platform/framework/MemFile.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/framework/Archive_test.h"
+#include "n7utility/platform/framework/MemFile.h"
 
 // Objects that keep a set of themselves, so that a test can delete whatever a load created,
 // whatever shape a malformed archive gave the graph.

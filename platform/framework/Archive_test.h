@@ -5,8 +5,8 @@
 #include <functional>
 #include <vector>
 
-#include "platform/framework/Archive.h"
-#include "platform/framework/MemFile.h"
+#include "n7utility/platform/framework/Archive.h"
+#include "n7utility/platform/framework/MemFile.h"
 
 namespace n7platform::test_support {
 

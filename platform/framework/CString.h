@@ -12,8 +12,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 struct HINSTANCE_Opaque;
 

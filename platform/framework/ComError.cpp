@@ -1,4 +1,4 @@
-#include "platform/framework/ComError.h"
+#include "n7utility/platform/framework/ComError.h"
 
 #include <atomic>
 #include <cstddef>
@@ -6,8 +6,8 @@
 #include <cstring>
 #include <cwchar>
 
-#include "platform/system/FormatMessage.h"
-#include "platform/system/LocalMemory.h"
+#include "n7utility/platform/system/FormatMessage.h"
+#include "n7utility/platform/system/LocalMemory.h"
 
 namespace {
 

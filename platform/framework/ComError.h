@@ -4,8 +4,8 @@
 // value (_com_issue_error).
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 using HRESULT = LONG;
 using SCODE = LONG;

@@ -1,4 +1,4 @@
-#include "platform/framework/ComError.h"
+#include "n7utility/platform/framework/ComError.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // freed (Delete on a heap one) or left alone (one that does not delete itself).
 #pragma once
 
-#include "platform/framework/Exceptions.h"
+#include "n7utility/platform/framework/Exceptions.h"
 
 class CountedException : public CException {
  public:

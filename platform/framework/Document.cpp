@@ -1,4 +1,4 @@
-#include "platform/framework/Document.h"
+#include "n7utility/platform/framework/Document.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/base/TextCodec.h"
-#include "platform/framework/File.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/framework/File.h"
 
 namespace {
 

@@ -12,12 +12,12 @@
 
 #include <functional>
 
-#include "platform/base/Object.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/Archive.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/Exceptions.h"
+#include "n7utility/platform/base/Object.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/Archive.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/Exceptions.h"
 
 class N7_EXPORT CDocument : public CObject {
   DECLARE_DYNAMIC(CDocument)

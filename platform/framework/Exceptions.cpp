@@ -1,4 +1,4 @@
-#include "platform/framework/Exceptions.h"
+#include "n7utility/platform/framework/Exceptions.h"
 
 #include <cwchar>
 

@@ -7,9 +7,9 @@
 // The exceptions the platform throws itself are heap objects, so `delete e` works on them too.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/system/MessageBox.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/system/MessageBox.h"
 
 // Base of the framework's exceptions.
 class N7_EXPORT CException {

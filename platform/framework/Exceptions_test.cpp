@@ -1,10 +1,10 @@
-#include "platform/framework/Exceptions.h"
+#include "n7utility/platform/framework/Exceptions.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/framework/CountedException_test.h"
+#include "n7utility/platform/framework/CountedException_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/framework/File.h"
+#include "n7utility/platform/framework/File.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/LocalSystem_internal.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/LocalSystem_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -5,11 +5,11 @@
 // set the calling thread's last error (errno translated to the nearest Win32 code).
 #pragma once
 
-#include "platform/base/Object.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/Exceptions.h"
+#include "n7utility/platform/base/Object.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/Exceptions.h"
 
 inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x00000001;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x00000010;

@@ -1,4 +1,4 @@
-#include "platform/framework/File.h"
+#include "n7utility/platform/framework/File.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
-#include "platform/base/TempDir_test.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

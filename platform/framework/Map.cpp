@@ -1,3 +1,3 @@
-#include "platform/framework/Map.h"
+#include "n7utility/platform/framework/Map.h"
 
 template class CMap<int, int, CString, const CString&>;

@@ -29,11 +29,11 @@
 #include <type_traits>
 #include <vector>
 
-#include "platform/base/Object.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/Archive.h"
-#include "platform/framework/CString.h"
+#include "n7utility/platform/base/Object.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/Archive.h"
+#include "n7utility/platform/framework/CString.h"
 
 using INT_PTR = std::intptr_t;
 

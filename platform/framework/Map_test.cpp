@@ -1,11 +1,11 @@
-#include "platform/framework/Map.h"
+#include "n7utility/platform/framework/Map.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <vector>
 
-#include "platform/framework/Archive_test.h"
+#include "n7utility/platform/framework/Archive_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/framework/MemFile.h"
+#include "n7utility/platform/framework/MemFile.h"
 
 #include <algorithm>
 #include <cstring>

@@ -4,9 +4,9 @@
 
 #include <vector>
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/framework/File.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/framework/File.h"
 
 // Reads, writes and seeks like a CFile. Seeking past the end is allowed; writing there fills the
 // gap with zeros. A memory file holds at most 2 GiB; positions beyond throw

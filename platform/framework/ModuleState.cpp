@@ -1,13 +1,13 @@
-#include "platform/framework/ModuleState.h"
+#include "n7utility/platform/framework/ModuleState.h"
 
 #include <algorithm>
 #include <atomic>
 #include <vector>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/framework/CString.h"
-#include "platform/framework/SyncObjects.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/framework/CString.h"
+#include "n7utility/platform/framework/SyncObjects.h"
 
 namespace {
 

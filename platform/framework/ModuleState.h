@@ -12,9 +12,9 @@
 // loading at the same time, as in the framework.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
-#include "platform/system/Resources.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/system/Resources.h"
 
 // NOLINTBEGIN(readability-identifier-naming): the framework's names
 

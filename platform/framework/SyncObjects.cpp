@@ -1,7 +1,7 @@
-#include "platform/framework/SyncObjects.h"
+#include "n7utility/platform/framework/SyncObjects.h"
 
-#include "platform/framework/Exceptions.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 IMPLEMENT_DYNAMIC(CSyncObject, CObject)
 

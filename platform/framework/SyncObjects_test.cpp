@@ -1,4 +1,4 @@
-#include "platform/framework/SyncObjects.h"
+#include "n7utility/platform/framework/SyncObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/framework/Exceptions.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/framework/Exceptions.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -30,11 +30,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/base/ServiceMutex.h"
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/kernel/Clock.h"
+#include "n7utility/platform/kernel/Clock.h"
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <atomic>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/kernel/Calendar_internal.h"
-#include "platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/kernel/Calendar_internal.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
 
 namespace n7platform {
 namespace {

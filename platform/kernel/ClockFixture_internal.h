@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/kernel/ManualClock.h"
+#include "n7utility/platform/kernel/ManualClock.h"
 
 namespace n7platform {
 

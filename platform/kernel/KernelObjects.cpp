@@ -1,4 +1,4 @@
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 #include <sched.h>
 
@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/HandleTable_internal.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/base/HandleTable_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
 
 namespace n7platform::internal {
 

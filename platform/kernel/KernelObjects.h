@@ -11,9 +11,9 @@
 
 #include <cstdint>
 
-#include "platform/base/LastError.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/LastError.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 // Creates an unnamed event; a non-null name fails with ERROR_NOT_SUPPORTED (50). `security` is
 // accepted and ignored.

@@ -15,11 +15,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/ServiceMutex.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/base/windows_types.h"
-#include "platform/kernel/Clock.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/kernel/Clock.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace n7platform::internal {
 

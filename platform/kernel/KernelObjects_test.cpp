@@ -1,4 +1,4 @@
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/kernel/ClockFixture_internal.h"
-#include "platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/Thread.h"
 
 namespace n7platform {
 namespace {

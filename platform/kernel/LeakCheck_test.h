@@ -6,8 +6,8 @@
 #include <chrono>
 #include <cstddef>
 
-#include "platform/kernel/KernelObjects_internal.h"
-#include "platform/kernel/Thread_internal.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/Thread_internal.h"
 
 namespace n7platform {
 

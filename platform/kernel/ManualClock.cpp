@@ -1,10 +1,10 @@
-#include "platform/kernel/ManualClock.h"
+#include "n7utility/platform/kernel/ManualClock.h"
 
 #include <algorithm>
 #include <cassert>
 
-#include "platform/kernel/Calendar_internal.h"
-#include "platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/Calendar_internal.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
 
 namespace n7platform {
 

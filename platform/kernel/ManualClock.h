@@ -9,8 +9,8 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/base/export.h"
-#include "platform/kernel/Clock.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/kernel/Clock.h"
 
 namespace n7platform {
 

@@ -6,12 +6,12 @@
 #include <memory>
 #include <unordered_map>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/KernelObjects_internal.h"
-#include "platform/kernel/Thread.h"
-#include "platform/kernel/Thread_internal.h"
-#include "platform/kernel/Time.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/Thread_internal.h"
+#include "n7utility/platform/kernel/Time.h"
 
 namespace n7platform::internal {
 namespace {

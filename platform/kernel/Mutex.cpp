@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/KernelObjects_internal.h"
-#include "platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/Thread.h"
 
 namespace n7platform::internal {
 namespace {

@@ -1,6 +1,6 @@
-#include "platform/kernel/N7DateTime.h"
+#include "n7utility/platform/kernel/N7DateTime.h"
 
-#include "platform/kernel/Clock.h"
+#include "n7utility/platform/kernel/Clock.h"
 
 namespace N7OS {
 

@@ -7,7 +7,7 @@
 #include <compare>
 #include <cstdint>
 
-#include "platform/base/export.h"
+#include "n7utility/platform/base/export.h"
 
 namespace N7OS {
 

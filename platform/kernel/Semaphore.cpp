@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/kernel/StructuredExceptions.h"
+#include "n7utility/platform/kernel/StructuredExceptions.h"
 
 #include <pthread.h>
 #include <signal.h>

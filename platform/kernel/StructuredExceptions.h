@@ -31,8 +31,8 @@
 //   the process.
 #pragma once
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 using PVOID = void*;
 

@@ -1,5 +1,5 @@
 // Built with -fnon-call-exceptions: the faults below must unwind out of the faulting instruction.
-#include "platform/kernel/StructuredExceptions.h"
+#include "n7utility/platform/kernel/StructuredExceptions.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -7,7 +7,7 @@
 
 #include <thread>
 
-#include "platform/base/Faults_test.h"
+#include "n7utility/platform/base/Faults_test.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/Thread.h"
 
 #include <pthread.h>
 #include <unistd.h>
@@ -7,10 +7,10 @@
 #include <condition_variable>
 #include <memory>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/KernelObjects_internal.h"
-#include "platform/kernel/Thread_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/Thread_internal.h"
 
 namespace n7platform::internal {
 namespace {

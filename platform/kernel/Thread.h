@@ -14,9 +14,9 @@
 
 #include <cstdint>
 
-#include "platform/base/Object.h"
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/Object.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 using AFX_THREADPROC = UINT (*)(LPVOID);
 

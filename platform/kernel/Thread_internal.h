@@ -5,7 +5,7 @@
 #include <chrono>
 #include <cstddef>
 
-#include "platform/kernel/KernelObjects_internal.h"
+#include "n7utility/platform/kernel/KernelObjects_internal.h"
 
 namespace n7platform::internal {
 

@@ -1,4 +1,4 @@
-#include "platform/kernel/Thread.h"
+#include "n7utility/platform/kernel/Thread.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/kernel/ClockFixture_internal.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/LeakCheck_test.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/LeakCheck_test.h"
 
 namespace n7platform {
 namespace {

@@ -1,7 +1,7 @@
-#include "platform/kernel/Time.h"
+#include "n7utility/platform/kernel/Time.h"
 
-#include "platform/kernel/Calendar_internal.h"
-#include "platform/kernel/Clock.h"
+#include "n7utility/platform/kernel/Calendar_internal.h"
+#include "n7utility/platform/kernel/Clock.h"
 
 namespace {
 

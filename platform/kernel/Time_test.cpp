@@ -1,10 +1,10 @@
-#include "platform/kernel/Time.h"
+#include "n7utility/platform/kernel/Time.h"
 
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include "platform/kernel/Calendar_internal.h"
-#include "platform/kernel/ClockFixture_internal.h"
+#include "n7utility/platform/kernel/Calendar_internal.h"
+#include "n7utility/platform/kernel/ClockFixture_internal.h"
 
 namespace n7platform {
 namespace {

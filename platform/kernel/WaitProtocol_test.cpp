@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace n7platform {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/system/EventLog.h"
+#include "n7utility/platform/system/EventLog.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -19,12 +19,12 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/HandleTable_internal.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/EventLog_internal.h"
-#include "platform/system/LocalSystem_internal.h"
+#include "n7utility/platform/base/HandleTable_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/EventLog_internal.h"
+#include "n7utility/platform/system/LocalSystem_internal.h"
 
 namespace n7platform::internal {
 namespace {

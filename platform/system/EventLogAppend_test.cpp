@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/base/TempDir_test.h"
-#include "platform/system/EventLog.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/system/EventLog.h"
 
 namespace {
 

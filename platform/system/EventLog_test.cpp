@@ -1,4 +1,4 @@
-#include "platform/system/EventLog.h"
+#include "n7utility/platform/system/EventLog.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/TempDir_test.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/system/FormatMessage.h"
+#include "n7utility/platform/system/FormatMessage.h"
 
 #include <algorithm>
 #include <cstring>
@@ -9,11 +9,11 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/FormatMessage_internal.h"
-#include "platform/system/LocalMemory.h"
-#include "platform/system/Resources.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/FormatMessage_internal.h"
+#include "n7utility/platform/system/LocalMemory.h"
+#include "n7utility/platform/system/Resources.h"
 
 namespace {
 

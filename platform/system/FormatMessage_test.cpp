@@ -1,11 +1,11 @@
-#include "platform/system/FormatMessage.h"
+#include "n7utility/platform/system/FormatMessage.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/LocalMemory.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/LocalMemory.h"
 
 namespace {
 

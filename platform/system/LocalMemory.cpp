@@ -1,8 +1,8 @@
-#include "platform/system/LocalMemory.h"
+#include "n7utility/platform/system/LocalMemory.h"
 
 #include <cstdlib>
 
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 HLOCAL LocalAlloc(UINT flags, std::size_t bytes) {
   if ((flags & ~LPTR) != 0) {

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 using HLOCAL = HANDLE;
 

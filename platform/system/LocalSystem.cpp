@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/LocalSystem_internal.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/LocalSystem_internal.h"
 
 namespace n7platform::internal {
 

@@ -1,4 +1,4 @@
-#include "platform/system/MessageBox.h"
+#include "n7utility/platform/system/MessageBox.h"
 
 #include <syslog.h>
 
@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "platform/base/TextCodec.h"
+#include "n7utility/platform/base/TextCodec.h"
 
 namespace {
 

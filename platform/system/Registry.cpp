@@ -1,7 +1,7 @@
 // The Win32 registry calls: handles, arguments, access rights and buffer rules, over the hive
 // stores of RegistryStore.cpp.
 
-#include "platform/system/Registry.h"
+#include "n7utility/platform/system/Registry.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -19,13 +19,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/HandleTable_internal.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/base/ServiceMutex.h"
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/RegistryStore_internal.h"
-#include "platform/system/RegistryText_internal.h"
+#include "n7utility/platform/base/HandleTable_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/RegistryStore_internal.h"
+#include "n7utility/platform/system/RegistryText_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -1,6 +1,6 @@
 #include <cstring>
 
-#include "platform/system/RegistryFile_internal.h"
+#include "n7utility/platform/system/RegistryFile_internal.h"
 
 namespace n7platform::internal {
 namespace {

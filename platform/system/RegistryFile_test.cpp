@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/system/RegistryFile_internal.h"
+#include "n7utility/platform/system/RegistryFile_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "platform/base/TempDir_test.h"
-#include "platform/system/RegistryStore_internal.h"
+#include "n7utility/platform/base/TempDir_test.h"
+#include "n7utility/platform/system/RegistryStore_internal.h"
 
 namespace n7platform {
 

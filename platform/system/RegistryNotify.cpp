@@ -26,11 +26,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/NoDestructor.h"
-#include "platform/base/ServiceMutex.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryStore_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryStore_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -17,9 +17,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryFixture_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryFixture_internal.h"
 
 namespace n7platform {
 namespace {

@@ -8,11 +8,11 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/Time.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryStore_internal.h"
-#include "platform/system/RegistryText_internal.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/Time.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryStore_internal.h"
+#include "n7utility/platform/system/RegistryText_internal.h"
 
 namespace n7platform::internal {
 namespace {

@@ -24,10 +24,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/ServiceMutex.h"
-#include "platform/base/thread_annotations.h"
-#include "platform/base/windows_types.h"
-#include "platform/system/RegistryFile_internal.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/system/RegistryFile_internal.h"
 
 namespace n7platform::internal {
 

@@ -2,7 +2,7 @@
 
 #include <cwctype>
 
-#include "platform/system/RegistryText_internal.h"
+#include "n7utility/platform/system/RegistryText_internal.h"
 
 namespace n7platform::internal {
 namespace {

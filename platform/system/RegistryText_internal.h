@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/TextCodec.h"
+#include "n7utility/platform/base/TextCodec.h"
 
 namespace n7platform::internal {
 

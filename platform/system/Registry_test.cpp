@@ -1,4 +1,4 @@
-#include "platform/system/Registry.h"
+#include "n7utility/platform/system/Registry.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -10,11 +10,11 @@
 #include <thread>
 #include <vector>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/kernel/Time.h"
-#include "platform/system/RegistryFile_internal.h"
-#include "platform/system/RegistryFixture_internal.h"
-#include "platform/system/ScopedKey_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/kernel/Time.h"
+#include "n7utility/platform/system/RegistryFile_internal.h"
+#include "n7utility/platform/system/RegistryFixture_internal.h"
+#include "n7utility/platform/system/ScopedKey_internal.h"
 
 namespace n7platform {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/system/Resources.h"
+#include "n7utility/platform/system/Resources.h"
 
 #include <dlfcn.h>
 #include <link.h>
@@ -17,10 +17,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/FormatMessage.h"
-#include "platform/system/Resources_internal.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/FormatMessage.h"
+#include "n7utility/platform/system/Resources_internal.h"
 
 namespace {
 

@@ -32,8 +32,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/export.h"
-#include "platform/base/windows_types.h"
+#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/windows_types.h"
 
 // NOLINTBEGIN(readability-identifier-naming): the Win32 names
 

@@ -2,8 +2,8 @@
 // tests can make a lookup fail or throw where no real module would.
 #pragma once
 
-#include "platform/system/ResourceTable.h"
-#include "platform/system/Resources.h"
+#include "n7utility/platform/system/ResourceTable.h"
+#include "n7utility/platform/system/Resources.h"
 
 namespace n7platform::internal {
 

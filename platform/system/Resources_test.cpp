@@ -1,4 +1,4 @@
-#include "platform/system/Resources.h"
+#include "n7utility/platform/system/Resources.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/FormatMessage.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/FormatMessage.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // An open registry key closed at the end of its scope, for the registry's tests and fuzz targets.
 #pragma once
 
-#include "platform/system/Registry.h"
+#include "n7utility/platform/system/Registry.h"
 
 namespace n7platform::internal {
 

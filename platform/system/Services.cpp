@@ -1,4 +1,4 @@
-#include "platform/system/Services.h"
+#include "n7utility/platform/system/Services.h"
 
 #include <systemd/sd-bus.h>
 
@@ -12,13 +12,13 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/base/HandleTable_internal.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/base/ServiceMutex.h"
-#include "platform/base/TextCodec.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/LocalSystem_internal.h"
-#include "platform/system/Services_internal.h"
+#include "n7utility/platform/base/HandleTable_internal.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/base/ServiceMutex.h"
+#include "n7utility/platform/base/TextCodec.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/LocalSystem_internal.h"
+#include "n7utility/platform/system/Services_internal.h"
 
 namespace n7platform::internal {
 namespace {

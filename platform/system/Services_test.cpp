@@ -1,11 +1,11 @@
-#include "platform/system/Services.h"
+#include "n7utility/platform/system/Services.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Services_test.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Services_test.h"
 
 namespace {
 

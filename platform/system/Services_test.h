@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Services.h"
-#include "platform/system/Services_internal.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Services.h"
+#include "n7utility/platform/system/Services_internal.h"
 
 namespace n7platform::test_support {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/system/FormatMessage_internal.h"
+#include "n7utility/platform/system/FormatMessage_internal.h"
 
 namespace n7platform {
 

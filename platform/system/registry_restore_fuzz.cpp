@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/base/fuzz_check.h"
-#include "platform/system/Registry.h"
-#include "platform/system/registry_walk_fuzz.h"
+#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/registry_walk_fuzz.h"
 
 namespace {
 

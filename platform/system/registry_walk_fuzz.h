@@ -20,10 +20,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/fuzz_check.h"
-#include "platform/system/Registry.h"
-#include "platform/system/RegistryStore_internal.h"
-#include "platform/system/ScopedKey_internal.h"
+#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryStore_internal.h"
+#include "n7utility/platform/system/ScopedKey_internal.h"
 
 namespace n7fuzz::registry {
 

@@ -29,7 +29,7 @@ mkdir -p "$work"
 cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 echo "installed into $prefix"
 
-for file in lib/libn7utility.so include/n7utility/n7utility.h \
+for file in lib/libn7utility.so include/n7utility.h \
   include/n7utility/platform/base/export.h include/n7utility/core/trace.h \
   include/n7utility/Utility/Scheduler.h lib/pkgconfig/n7utility.pc \
   lib/cmake/n7utility/n7utilityConfig.cmake lib/cmake/n7utility/n7utilityConfigVersion.cmake \

@@ -1,7 +1,6 @@
 // A program outside the project: includes the library's umbrella header, schedules one task on
 // the process-wide scheduler and waits for it to run. Prints OK when it did.
 #include <n7utility.h>
-#include <platform/base/NoDestructor.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -39,11 +38,11 @@ class OneTask final : public ASchedulerCallback {
 int main() {
   // Never destroyed: when main wakes up the callback may not have returned yet, and a callback
   // object must not be destroyed while its callback runs.
-  static n7platform::NoDestructor<OneTask> task;
+  static OneTask& task = *new OneTask;  // NOLINT(cppcoreguidelines-owning-memory)
   static int context;
 
-  task->ScheduleTaskForSec(&context, kTaskId, 0);
-  if (!task->WaitUntilRun(std::chrono::seconds(30))) {
+  task.ScheduleTaskForSec(&context, kTaskId, 0);
+  if (!task.WaitUntilRun(std::chrono::seconds(30))) {
     std::fputs("consumer: the task did not run within 30 s\n", stderr);
     return 1;
   }

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/base/TempDir_test.h"
+#include "n7utility/platform/base/TempDir_test.h"
 
 namespace n7test {
 

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "Daemons.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/EventLog.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/EventLog.h"
 
 namespace {
 

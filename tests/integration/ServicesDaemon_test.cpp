@@ -10,9 +10,9 @@
 #include <utility>
 
 #include "Daemons.h"
-#include "Utility/SystemProbes.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Services.h"
+#include "n7utility/Utility/SystemProbes.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Services.h"
 
 namespace {
 

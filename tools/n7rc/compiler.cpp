@@ -43,7 +43,7 @@
 #include <sstream>
 #include <utility>
 
-#include "platform/base/TextCodec.h"
+#include "n7utility/platform/base/TextCodec.h"
 
 namespace n7rc {
 namespace {
@@ -540,7 +540,7 @@ CompiledResources compile(std::string_view description, const std::filesystem::p
 std::string generate_source(const CompiledResources& compiled, std::string_view origin) {
   std::ostringstream out;
   out << "// The resource table compiled by n7rc from " << origin << "; do not edit.\n"
-      << "#include \"platform/system/ResourceTable.h\"\n\nnamespace {\n\n";
+      << "#include \"n7utility/platform/system/ResourceTable.h\"\n\nnamespace {\n\n";
   std::ostringstream entries;
   const std::vector<Resource>& resources = compiled.resources;
   for (std::size_t i = 0; i < resources.size(); ++i) {

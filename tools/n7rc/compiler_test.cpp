@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/base/TempDir_test.h"
+#include "n7utility/platform/base/TempDir_test.h"
 
 namespace n7rc {
 namespace {
@@ -106,7 +106,7 @@ TEST(ResourceCompilerTest, BinaryItemsFromBytesTextAndFiles) {
 TEST(ResourceCompilerTest, GeneratedSourceDefinesTheExportedTable) {
   const std::string source =
       generate_source(compile_text("string 1 \"A\"\nresource ICON NAME bytes 01\n"), "x.n7rc");
-  EXPECT_THAT(source, HasSubstr("#include \"platform/system/ResourceTable.h\""));
+  EXPECT_THAT(source, HasSubstr("#include \"n7utility/platform/system/ResourceTable.h\""));
   EXPECT_THAT(source, HasSubstr("const N7ResourceTable* n7_module_resources() {"));
   EXPECT_THAT(source, HasSubstr("kTable = {N7_RESOURCE_TABLE_FORMAT, 2u, kEntries}"));
   EXPECT_THAT(generate_source(compile_text(""), "empty"), HasSubstr("0u, nullptr}"));

@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/base/fuzz_check.h"
-#include "tools/n7rc/compiler.h"
+#include "compiler.h"
+#include "n7utility/platform/base/fuzz_check.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "command.h"
-#include "core/error.h"
-#include "core/text.h"
+#include "n7utility/core/error.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 namespace {

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/Date.h"
 #include "args.h"
 #include "command.h"
-#include "core/text.h"
+#include "n7utility/Utility/Date.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "Utility/Date.h"
 #include "command.h"
-#include "core/text.h"
 #include "demo_steps.h"
+#include "n7utility/Utility/Date.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 

@@ -1,10 +1,10 @@
 // n7util demo, error pools: a module's error texts, and a code it never defined.
 
-#include "Utility/ErrorPool.h"
 #include "command.h"
-#include "core/text.h"
 #include "demo_steps.h"
-#include "platform/system/MessageBox.h"
+#include "n7utility/Utility/ErrorPool.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/system/MessageBox.h"
 
 namespace n7util {
 namespace {

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "Utility/EventLog.h"
 #include "command.h"
-#include "core/text.h"
 #include "demo_steps.h"
+#include "n7utility/Utility/EventLog.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 

@@ -3,9 +3,9 @@
 
 #include <string>
 
-#include "Utility/Authentication.h"
 #include "command.h"
 #include "demo_steps.h"
+#include "n7utility/Utility/Authentication.h"
 #include "srp_login.h"
 
 namespace n7util {

@@ -3,10 +3,10 @@
 #include <iterator>
 #include <string>
 
-#include "Utility/Authentication.h"
 #include "command.h"
-#include "core/text.h"
 #include "demo_steps.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 namespace {

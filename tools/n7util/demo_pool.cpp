@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Utility/ThreadPool.h"
 #include "command.h"
 #include "demo_steps.h"
+#include "n7utility/Utility/ThreadPool.h"
 
 namespace n7util {
 namespace {

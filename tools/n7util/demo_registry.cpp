@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "Utility/RegistryKey.h"
 #include "command.h"
-#include "core/text.h"
 #include "demo_steps.h"
-#include "platform/kernel/KernelObjects.h"
+#include "n7utility/Utility/RegistryKey.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace n7util {
 namespace {

@@ -1,9 +1,9 @@
 // n7util demo, resources: a string of the library's own string table.
 
-#include "Utility/StringTable.h"
 #include "command.h"
-#include "core/text.h"
 #include "demo_steps.h"
+#include "n7utility/Utility/StringTable.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 

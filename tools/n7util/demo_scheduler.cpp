@@ -10,12 +10,12 @@
 #include <thread>
 #include <vector>
 
-#include "Utility/Scheduler.h"
 #include "command.h"
-#include "core/trace.h"
 #include "demo_steps.h"
-#include "platform/base/NoDestructor.h"
-#include "platform/kernel/N7DateTime.h"
+#include "n7utility/Utility/Scheduler.h"
+#include "n7utility/core/trace.h"
+#include "n7utility/platform/base/NoDestructor.h"
+#include "n7utility/platform/kernel/N7DateTime.h"
 
 namespace n7util {
 namespace {

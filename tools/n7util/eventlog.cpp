@@ -9,13 +9,13 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/EventLog.h"
 #include "args.h"
 #include "command.h"
-#include "core/text.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/EventLog.h"
-#include "platform/system/Registry.h"
+#include "n7utility/Utility/EventLog.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/EventLog.h"
+#include "n7utility/platform/system/Registry.h"
 
 namespace n7util {
 namespace {

@@ -13,8 +13,8 @@
 #include <system_error>
 
 #include "command.h"
-#include "core/text.h"
-#include "n7crypto/wipe.h"
+#include "n7utility/core/text.h"
+#include "n7utility/n7crypto/wipe.h"
 
 namespace n7util {
 namespace {

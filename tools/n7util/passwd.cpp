@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/Authentication.h"
 #include "args.h"
 #include "command.h"
-#include "core/text.h"
 #include "input.h"
-#include "n7crypto/key.h"
+#include "n7utility/Utility/Authentication.h"
+#include "n7utility/core/text.h"
+#include "n7utility/n7crypto/key.h"
 
 namespace n7util {
 namespace {

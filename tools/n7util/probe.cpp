@@ -4,10 +4,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/SystemProbes.h"
 #include "args.h"
 #include "command.h"
-#include "core/text.h"
+#include "n7utility/Utility/SystemProbes.h"
+#include "n7utility/core/text.h"
 
 namespace n7util {
 namespace {

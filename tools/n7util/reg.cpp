@@ -15,9 +15,9 @@
 
 #include "args.h"
 #include "command.h"
-#include "core/text.h"
-#include "platform/kernel/KernelObjects.h"
-#include "platform/system/Registry.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/Registry.h"
 
 namespace n7util {
 namespace {

@@ -4,11 +4,11 @@
 #include <string_view>
 #include <vector>
 
-#include "Utility/ResourceMgr.h"
 #include "args.h"
 #include "command.h"
-#include "core/text.h"
-#include "platform/system/Resources.h"
+#include "n7utility/Utility/ResourceMgr.h"
+#include "n7utility/core/text.h"
+#include "n7utility/platform/system/Resources.h"
 
 namespace n7util {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "Utility/Authentication.h"
+#include "n7utility/Utility/Authentication.h"
 
 namespace n7util {
 namespace {

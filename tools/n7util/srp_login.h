@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "n7crypto/key.h"
+#include "n7utility/n7crypto/key.h"
 
 namespace n7util {
 

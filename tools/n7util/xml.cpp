@@ -10,10 +10,10 @@
 
 #include "args.h"
 #include "command.h"
-#include "core/error.h"
 #include "input.h"
-#include "n7xml/reader.h"
-#include "n7xml/string_tokenizer.h"
+#include "n7utility/core/error.h"
+#include "n7utility/n7xml/reader.h"
+#include "n7utility/n7xml/string_tokenizer.h"
 
 namespace n7util {
 namespace {
