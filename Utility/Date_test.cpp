@@ -4,8 +4,11 @@
 
 #include <array>
 #include <climits>
+#include <cstdint>
+#include <random>
 #include <string>
 
+#include "Utility/DateReference_test.h"
 #include "platform/ClockFixture_internal.h"
 #include "platform/ManualClock.h"
 
@@ -92,6 +95,79 @@ TEST(DateDayNumber, ExtremesStayInRange) {
   date.SetMonth(INT_MAX);
   date.EOM();  // no month length: day 0
   EXPECT_EQ(Text(date), L"Invalid Date");
+}
+
+// The conversions checked against the floating-point reference: every day of the four-digit
+// years (both calendars, both sides of year 1), the whole of the first and last 400-year cycles
+// of the 32-bit day range, and a day in every 997 between, which meets every day of the cycle.
+// Mismatches are counted rather than asserted one by one, which keeps the loops fast.
+class DateConversions : public testing::Test {
+ protected:
+  // Day number to fields, and those fields back to a day number, for the days from `first` to
+  // `last` by `step`.
+  void CheckDays(std::int64_t first, std::int64_t last, std::int64_t step = 1) {
+    for (std::int64_t julian = first; julian <= last; julian += step) {
+      date_.Set(static_cast<long>(julian));
+      const date_reference::Fields fields = date_reference::FieldsOf(static_cast<int>(julian));
+      if (Mdy(date_) != Fields{fields.month, fields.day, fields.year}) Mismatch(julian);
+      CheckFields(fields.month, fields.day, fields.year);
+    }
+  }
+
+  void CheckFields(int month, int day, int year) {
+    date_.Set(month, day, year);
+    if (date_.Julian() != date_reference::DayNumber(month, day, year)) {
+      Mismatch(month, day, year);
+    }
+  }
+
+  void Mismatch(std::int64_t julian) {
+    if (mismatches_++ == 0) ADD_FAILURE() << "first mismatch: day number " << julian;
+  }
+  void Mismatch(int month, int day, int year) {
+    if (mismatches_++ == 0)
+      ADD_FAILURE() << "first mismatch: " << month << "/" << day << "/" << year;
+  }
+
+  CDate date_{0L, kUs4, nullptr};
+  long mismatches_ = 0;
+};
+
+TEST_F(DateConversions, EveryDayOfFourDigitYearsBothWays) {
+  CheckDays(date_reference::DayNumber(1, 1, -9999), date_reference::DayNumber(12, 31, 9999));
+  EXPECT_EQ(mismatches_, 0);
+}
+
+TEST_F(DateConversions, AcrossTheWholeDayRangeBothWays) {
+  constexpr std::int64_t kCycle = 146097;  // days of 400 Gregorian years
+  CheckDays(INT32_MIN, INT32_MIN + kCycle);
+  CheckDays(INT32_MAX - kCycle, INT32_MAX);
+  CheckDays(INT32_MIN, INT32_MAX, 997);
+  EXPECT_EQ(mismatches_, 0);
+}
+
+TEST_F(DateConversions, ImpossibleFieldsAroundTheCalendarSwitchAndYearOne) {
+  for (int year = -1700; year <= 2100; ++year) {
+    for (int month = -1; month <= 14; ++month) {
+      for (int day = -1; day <= 33; ++day) CheckFields(month, day, year);
+    }
+  }
+  EXPECT_EQ(mismatches_, 0);
+}
+
+TEST_F(DateConversions, AnyFieldsAtAll) {
+  const std::array<int, 16> edges = {INT_MIN, INT_MIN + 1, -10001, -10000, -9999, -13,
+                                     -1,      0,           1,      2,      3,     12,
+                                     13,      9999,        19999,  INT_MAX};
+  for (const int month : edges) {
+    for (const int day : edges) {
+      for (const int year : edges) CheckFields(month, day, year);
+    }
+  }
+  std::mt19937 random(20240601);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same draws every run
+  std::uniform_int_distribution<int> any(INT_MIN, INT_MAX);
+  for (int i = 0; i < 1000000; ++i) CheckFields(any(random), any(random), any(random));
+  EXPECT_EQ(mismatches_, 0);
 }
 
 TEST(DateCalendar, Questions) {
