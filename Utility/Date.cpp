@@ -1,15 +1,15 @@
 // CDate: day-number arithmetic, format parsing, text parsing and formatting.
 //
-// The day-number conversions work in 64-bit integers and doubles with truncation toward zero at
-// each step, so that every date maps to the same day number as it always has, including the
-// irregular ones before year 1; only the stored results are narrowed to 32 bits.
+// The day-number conversions work in 64-bit integers with truncation toward zero at each step, so
+// that every date maps to the same day number as it always has, including the irregular ones
+// before year 1; only the stored results are narrowed to 32 bits.
 
 #include "Utility/Date.h"
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cwctype>
 #include <limits>
 #include <string>
@@ -23,8 +23,10 @@ constexpr wchar_t kDefaultFormat[] = L"MM/DD/YYYY";
 constexpr std::array<int, 12> kDaysInMonth = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
 // First day of the Gregorian calendar (15 October 1582) as yyyymmdd and as Julian day number.
-constexpr double kGregorianStartYmd = 15821015.0;
+constexpr std::int64_t kGregorianStartYmd = 15821015;
 constexpr std::int64_t kGregorianStartJd = 2299161;
+// Moves the day count of the formula below onto the day numbers.
+constexpr std::int64_t kDayNumberBase = 1720994;
 // Julian day number of 1 January of year 1: earlier days take the other branch so that it and
 // 31 December of 1 BC are consecutive.
 constexpr std::int64_t kYearOneJd = 1721423;
@@ -54,7 +56,51 @@ struct FormatFields {
   bool year4;
 };
 
-std::int64_t Trunc(double value) { return static_cast<std::int64_t>(std::trunc(value)); }
+struct CivilDate {
+  std::int64_t month;
+  std::int64_t day;
+  std::int64_t year;
+};
+
+// Day number of the fields as they are: an impossible date counts on from its month and day (13/1
+// is January of the next year), and the year 0 is 1 BC. The calendar switch is decided on the
+// fields too, so the ten dropped days of October 1582 count as Julian-calendar days.
+//
+// The classic formulas with 365.25 and 30.6001 days, written as exact fractions: C++ division
+// truncates toward zero, as the formulas do at every step, on every 32-bit field.
+std::int64_t DayNumberOf(std::int64_t month, std::int64_t day, std::int64_t year) {
+  std::int64_t y = year < 0 ? year + 1 : year;
+  std::int64_t m = month;
+  if (m <= 2) {  // January and February end the previous year, so leap days come last
+    y -= 1;
+    m += 12;
+  }
+  std::int64_t century_correction = 0;
+  if (y * 10000 + m * 100 + day >= kGregorianStartYmd) {
+    const std::int64_t century = y / 100;
+    century_correction = 2 - century + century / 4;
+  }
+  return y * 1461 / 4 + (m + 1) * 306001 / 10000 + day + century_correction + kDayNumberBase;
+}
+
+// Month, day and year of a day number: the inverse of DayNumberOf() on real dates.
+CivilDate CivilDateOf(std::int64_t day_number) {
+  const std::int64_t j = day_number + 1;  // the Julian day number
+  std::int64_t a = j;
+  if (j >= kGregorianStartJd) {  // undo the Gregorian century rule: 36524.25 days a century
+    const std::int64_t alpha = (4 * j - 7468865) / 146097;
+    a = j + 1 + alpha - alpha / 4;
+  }
+  const std::int64_t b = a > kYearOneJd ? a + 1524 : a + 1158;
+  const std::int64_t c = (20 * b - 2442) / 7305;  // years of 365.25 days, less 122.1 days
+  const std::int64_t day_of_year = b - c * 1461 / 4;
+  const std::int64_t e = day_of_year * 10000 / 306001;  // months of 30.6001 days
+  CivilDate date{};
+  date.day = day_of_year - e * 306001 / 10000;
+  date.month = e < 14 ? e - 1 : e - 13;
+  date.year = date.month > 2 ? c - 4716 : c - 4715;
+  return date;
+}
 
 template <typename T>
 T ClampTo(std::int64_t value) {
@@ -398,40 +444,15 @@ void CDate::parseOut() {
 }
 
 void CDate::mdy_to_julian() {
-  std::int64_t y = m_Year < 0 ? std::int64_t{m_Year} + 1 : m_Year;
-  std::int64_t m = m_Month;
-  const std::int64_t d = m_Day;
-  if (m <= 2) {
-    y -= 1;
-    m += 12;
-  }
-  std::int64_t b = 0;
-  const auto ymd =
-      static_cast<double>(y) * 10000.0 + static_cast<double>(m) * 100.0 + static_cast<double>(d);
-  if (ymd >= kGregorianStartYmd) {
-    const std::int64_t a = Trunc(static_cast<double>(y) / 100.0);
-    b = 2 - a + a / 4;
-  }
-  const std::int64_t day_number = Trunc(static_cast<double>(y) * 365.25) +
-                                  Trunc(static_cast<double>(m + 1) * 30.6001) + d + b + 1720994;
-  m_Julian = ClampTo<LONG>(day_number);
+  m_Julian = ClampTo<LONG>(DayNumberOf(m_Month, m_Day, m_Year));
   julian_to_dow();
 }
 
 void CDate::julian_to_mdy() {
-  const std::int64_t j = std::int64_t{m_Julian} + 1;
-  std::int64_t a = j;
-  if (j >= kGregorianStartJd) {
-    const std::int64_t alpha = Trunc((static_cast<double>(j) - 1867216.25) / 36524.25);
-    a = j + 1 + alpha - alpha / 4;
-  }
-  const std::int64_t b = a > kYearOneJd ? a + 1524 : a + 1158;
-  const std::int64_t c = Trunc((static_cast<double>(b) - 122.1) / 365.25);
-  const std::int64_t dd = Trunc(static_cast<double>(c) * 365.25);
-  const std::int64_t e = Trunc(static_cast<double>(b - dd) / 30.6001);
-  m_Day = ClampTo<LONG>(b - dd - Trunc(static_cast<double>(e) * 30.6001));
-  m_Month = ClampTo<LONG>(e < 14 ? e - 1 : e - 13);
-  m_Year = ClampTo<LONG>(m_Month > 2 ? c - 4716 : c - 4715);
+  const CivilDate date = CivilDateOf(m_Julian);
+  m_Month = ClampTo<LONG>(date.month);
+  m_Day = ClampTo<LONG>(date.day);
+  m_Year = ClampTo<LONG>(date.year);
   julian_to_dow();
 }
 
