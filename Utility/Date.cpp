@@ -151,11 +151,20 @@ bool MayChangeCase(wchar_t c) {
   return (c >= L'a' && c <= L'z') || static_cast<std::uint32_t>(c) > 0x7F;
 }
 
-// Formats are parsed on every construction and are mostly upper case already: those are left
-// alone rather than passed through towupper() character by character.
-void MakeUpper(CString& format) {
-  const std::wstring& text = format.str();
-  if (std::any_of(text.begin(), text.end(), MayChangeCase)) format.MakeUpper();
+// Formats are parsed on every construction and are mostly upper case already: towupper() is
+// called only for the characters it may change.
+void MakeUpper(CDate::FormatText& format) {
+  wchar_t* const text = format.data();
+  std::transform(text, text + format.GetLength(), text, [](wchar_t c) {
+    return MayChangeCase(c) ? static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c))) : c;
+  });
+}
+
+// Case-blind equality in the current locale, as CString::CompareNoCase() sees it.
+bool EqualNoCase(std::wstring_view a, std::wstring_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
+    return std::towlower(static_cast<wint_t>(x)) == std::towlower(static_cast<wint_t>(y));
+  });
 }
 
 // The first "DD", "MM" and "YY" in one pass over the format.
@@ -175,10 +184,10 @@ FormatFields FindFields(std::wstring_view format) {
 }
 
 // Replaces an empty format by the default, upper-cases it and finds its fields.
-FormatFields ParseFormat(CString& format) {
+FormatFields ParseFormat(CDate::FormatText& format) {
   if (format.IsEmpty()) format = kDefaultFormat;
   MakeUpper(format);
-  return FindFields(format.str());
+  return FindFields(format.view());
 }
 
 int ChooseOrder(int day, int month, int year) {
@@ -202,6 +211,30 @@ CString CDate::m_MonthNames[12] = {L"Jan", L"Feb", L"Mar", L"Apr", L"May", L"Jun
 CString CDate::m_InvalidDate = L"Invalid Date";
 CString CDate::m_BC = L"BC";
 // NOLINTEND(cert-err58-cpp)
+
+CDate::FormatText& CDate::FormatText::operator=(const FormatText& other) {
+  if (this != &other) *this = other.view();
+  return *this;
+}
+
+CDate::FormatText& CDate::FormatText::operator=(const wchar_t* text) {
+  return *this = std::wstring_view(text != nullptr ? text : L"");
+}
+
+// Copies before it frees, so that a text taken from this format's own buffer stays readable.
+CDate::FormatText& CDate::FormatText::operator=(std::wstring_view text) {
+  if (text.size() <= kInlineLength) {
+    std::copy(text.begin(), text.end(), inline_.begin());
+    heap_.reset();
+  } else {
+    auto heap = std::make_unique<wchar_t[]>(text.size() + 1);
+    std::copy(text.begin(), text.end(), heap.get());
+    heap_ = std::move(heap);
+  }
+  length_ = text.size();
+  data()[length_] = L'\0';
+  return *this;
+}
 
 CDate::CDate(const wchar_t* in_format, const wchar_t* out_format) {
   setFormats(in_format, out_format);
@@ -266,7 +299,7 @@ void CDate::Set(const wchar_t* text) {
     m_Month = m_Day = m_Year = 0;
     return;
   }
-  if (CString(text).CompareNoCase(L"TODAY") == 0) {
+  if (EqualNoCase(text, L"TODAY")) {
     Set();
     return;
   }
@@ -299,8 +332,8 @@ void CDate::SetOutFormat(const wchar_t* format) {
   parseOut();
 }
 
-CString CDate::GetInFormat() const { return m_InFormat; }
-CString CDate::GetOutFormat() const { return m_OutFormat; }
+CString CDate::GetInFormat() const { return std::wstring(m_InFormat.view()); }
+CString CDate::GetOutFormat() const { return std::wstring(m_OutFormat.view()); }
 
 const wchar_t* CDate::CDOW() const {
   // Only a date made from a null text can lack a computed weekday; it gets no name.
@@ -404,7 +437,7 @@ void CDate::MakeString() {
     m_String = m_InvalidDate;
     return;
   }
-  std::wstring text = m_OutFormat.str();
+  std::wstring text(m_OutFormat.view());
   WriteField(text, m_OutDayPos, 2, ZeroPadded(m_Day, 2));
   WriteField(text, m_OutMonthPos, 2, ZeroPadded(m_Month, 2));
   const std::int64_t year = std::abs(std::int64_t{m_Year});
@@ -419,15 +452,27 @@ void CDate::MakeString() {
 // A missing output format is the input format.
 void CDate::setFormats(const wchar_t* in_format, const wchar_t* out_format) {
   m_InFormat = in_format;
-  m_OutFormat = out_format != nullptr ? out_format : in_format;
   parseIn();
-  parseOut();
+  if (out_format != nullptr) {
+    m_OutFormat = out_format;
+    parseOut();
+    return;
+  }
+  // The input format as parsed already, without its month name: an output "MON" is literal.
+  m_OutFormat = m_InFormat;
+  m_OutDayPos = m_InDayPos;
+  m_OutMonthPos = m_InMonthName != 0 ? -1 : m_InMonthPos;
+  m_OutYearPos = m_InYearPos;
+  m_OutYear4 = m_InYear4;
 }
 
 void CDate::parseIn() {
   FormatFields fields = ParseFormat(m_InFormat);
   m_InMonthName = fields.month < 0 ? 1 : 0;
-  if (m_InMonthName != 0) fields.month = m_InFormat.Find(L"MON");
+  if (m_InMonthName != 0) {
+    const std::size_t at = m_InFormat.view().find(L"MON");
+    fields.month = at == std::wstring_view::npos ? -1 : static_cast<int>(at);
+  }
   m_InDayPos = fields.day;
   m_InMonthPos = fields.month;
   m_InYearPos = fields.year;
@@ -488,8 +533,7 @@ int CDate::monthFromName(const wchar_t* text) const {
   for (std::size_t i = 0; i < std::size(m_MonthNames); ++i) {
     const CString& name = m_MonthNames[i];
     const auto length = static_cast<std::size_t>(name.GetLength());
-    if (length <= rest.size() &&
-        CString(std::wstring(rest.substr(0, length))).CompareNoCase(name) == 0) {
+    if (length <= rest.size() && EqualNoCase(rest.substr(0, length), name.str())) {
       return static_cast<int>(i) + 1;
     }
   }

@@ -30,6 +30,11 @@
 // every date reads, without a lock: call them at start-up, before dates are used on other threads.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
 #include "platform/CString.h"
 #include "platform/export.h"
 #include "platform/windows_types.h"
@@ -41,6 +46,33 @@
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): see above
 class N7_EXPORT CDate {
  public:
+  // The text of a format, held inside the date when it is as short as formats usually are, so
+  // that making a date does not go to the heap; a longer one is held on the heap. Null is empty.
+  class N7_EXPORT FormatText {
+   public:
+    FormatText() = default;
+    FormatText(const FormatText& other) { *this = other.view(); }
+    FormatText& operator=(const FormatText& other);
+    FormatText& operator=(const wchar_t* text);
+    ~FormatText() = default;
+
+    // NOLINTNEXTLINE(google-explicit-constructor): implicit, a format is used wherever text is
+    operator const wchar_t*() const { return data(); }
+    const wchar_t* data() const { return heap_ ? heap_.get() : inline_.data(); }
+    wchar_t* data() { return heap_ ? heap_.get() : inline_.data(); }
+    std::wstring_view view() const { return {data(), length_}; }
+    int GetLength() const { return static_cast<int>(length_); }
+    bool IsEmpty() const { return length_ == 0; }
+
+   private:
+    FormatText& operator=(std::wstring_view text);
+
+    static constexpr std::size_t kInlineLength = 15;
+    std::size_t length_ = 0;
+    std::array<wchar_t, kInlineLength + 1> inline_{};
+    std::unique_ptr<wchar_t[]> heap_;
+  };
+
   // Today's date.
   explicit CDate(const wchar_t* in_format = L"MM/DD/YY", const wchar_t* out_format = nullptr);
   // From a day number.
@@ -139,13 +171,13 @@ class N7_EXPORT CDate {
   LONG m_Day = 0;
   LONG m_DayOfWeek = 0;
   LONG m_Year = 0;
-  CString m_InFormat;
+  FormatText m_InFormat;
   LONG m_InMonthPos = -1;
   LONG m_InDayPos = -1;
   LONG m_InYearPos = -1;
   BOOL m_InYear4 = 0;
   BOOL m_InMonthName = 0;
-  CString m_OutFormat;
+  FormatText m_OutFormat;
   LONG m_OutMonthPos = -1;
   LONG m_OutDayPos = -1;
   LONG m_OutYearPos = -1;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Utility/DateReference_test.h"
+#include "core/heap_counter_test.h"
 #include "platform/ClockFixture_internal.h"
 #include "platform/ManualClock.h"
 
@@ -168,6 +169,23 @@ TEST_F(DateConversions, AnyFieldsAtAll) {
   std::uniform_int_distribution<int> any(INT_MIN, INT_MAX);
   for (int i = 0; i < 1000000; ++i) CheckFields(any(random), any(random), any(random));
   EXPECT_EQ(mismatches_, 0);
+}
+
+// Dates are made per value in bulk (one per row read, one per field shown), so making one from
+// text or from fields, with formats of the usual lengths, must not go to the heap.
+TEST(DateConstruction, FromTextOrFieldsTakesNoHeap) {
+  if (!n7testing::CountsAllocations()) GTEST_SKIP() << "the sanitizer owns operator new";
+  const std::size_t before = n7testing::AllocationsOnThisThread();
+  {
+    const CDate by_fields(3, 15, 2017, L"dd.mm.yyyy", nullptr);
+    const CDate by_text(L"15.03.2017", L"DD.MM.YYYY", L"YYYY-MM-DD");
+    const CDate by_name(L"mar 15 2017", L"MON DD YYYY", nullptr);
+    const CDate by_number(2457827L, kUs4, nullptr);
+    const CDate copy(by_text);
+    EXPECT_EQ(by_fields.Julian(), by_text.Julian());
+    EXPECT_EQ(by_name.Julian(), copy.Julian());
+  }
+  EXPECT_EQ(n7testing::AllocationsOnThisThread() - before, 0U);
 }
 
 TEST(DateCalendar, Questions) {
