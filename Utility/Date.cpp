@@ -153,11 +153,8 @@ bool MayChangeCase(wchar_t c) {
 
 // Formats are parsed on every construction and are mostly upper case already: towupper() is
 // called only for the characters it may change.
-void MakeUpper(CDate::FormatText& format) {
-  wchar_t* const text = format.data();
-  std::transform(text, text + format.GetLength(), text, [](wchar_t c) {
-    return MayChangeCase(c) ? static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c))) : c;
-  });
+wchar_t UpperCase(wchar_t c) {
+  return MayChangeCase(c) ? static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c))) : c;
 }
 
 // Case-blind equality in the current locale, as CString::CompareNoCase() sees it.
@@ -167,27 +164,31 @@ bool EqualNoCase(std::wstring_view a, std::wstring_view b) {
   });
 }
 
-// The first "DD", "MM" and "YY" in one pass over the format.
-FormatFields FindFields(std::wstring_view format) {
+// Upper-cases the format in place and finds its first "DD", "MM" and "YY", in one pass.
+FormatFields UpperCaseFields(wchar_t* format, std::size_t length) {
   FormatFields fields{-1, -1, -1, false};
-  for (std::size_t i = 0; i + 1 < format.size(); ++i) {
-    if (format[i] != format[i + 1]) continue;
-    int* field = format[i] == L'D'   ? &fields.day
-                 : format[i] == L'M' ? &fields.month
-                 : format[i] == L'Y' ? &fields.year
-                                     : nullptr;
-    if (field != nullptr && *field < 0) *field = static_cast<int>(i);
+  wchar_t previous = L'\0';  // a format holds no NUL
+  for (std::size_t i = 0; i < length; ++i) {
+    const wchar_t c = format[i] = UpperCase(format[i]);
+    if (c == previous) {
+      int* field = c == L'D'   ? &fields.day
+                   : c == L'M' ? &fields.month
+                   : c == L'Y' ? &fields.year
+                               : nullptr;
+      if (field != nullptr && *field < 0) *field = static_cast<int>(i - 1);
+    }
+    previous = c;
   }
+  const auto year = static_cast<std::size_t>(fields.year);
   fields.year4 =
-      fields.year >= 0 && format.substr(static_cast<std::size_t>(fields.year), 4) == L"YYYY";
+      fields.year >= 0 && year + 3 < length && format[year + 2] == L'Y' && format[year + 3] == L'Y';
   return fields;
 }
 
 // Replaces an empty format by the default, upper-cases it and finds its fields.
 FormatFields ParseFormat(CDate::FormatText& format) {
   if (format.IsEmpty()) format = kDefaultFormat;
-  MakeUpper(format);
-  return FindFields(format.view());
+  return UpperCaseFields(format.data(), format.view().size());
 }
 
 int ChooseOrder(int day, int month, int year) {
@@ -213,12 +214,26 @@ CString CDate::m_BC = L"BC";
 // NOLINTEND(cert-err58-cpp)
 
 CDate::FormatText& CDate::FormatText::operator=(const FormatText& other) {
-  if (this != &other) *this = other.view();
+  if (other.heap_) {
+    if (this != &other) *this = other.view();
+    return *this;
+  }
+  inline_ = other.inline_;  // a fixed-size copy, cheaper than measuring the text
+  length_ = other.length_;
+  heap_.reset();
   return *this;
 }
 
+// A short text is copied as it is measured, in one pass.
 CDate::FormatText& CDate::FormatText::operator=(const wchar_t* text) {
-  return *this = std::wstring_view(text != nullptr ? text : L"");
+  if (text == nullptr) text = L"";
+  std::size_t length = 0;
+  for (; length <= kInlineLength && text[length] != L'\0'; ++length) inline_[length] = text[length];
+  if (length > kInlineLength) return *this = std::wstring_view(text);
+  inline_[length] = L'\0';
+  length_ = length;
+  heap_.reset();
+  return *this;
 }
 
 // Copies before it frees, so that a text taken from this format's own buffer stays readable.
