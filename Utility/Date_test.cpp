@@ -350,6 +350,21 @@ TEST(DateFormatting, OutputFormats) {
   EXPECT_EQ(Text(date), L"MON 05");
 }
 
+// Formats longer than a date holds in itself, and changes between those and short ones.
+TEST(DateFormatting, LongFormatsAsShortOnes) {
+  CDate date(L"15/03/2017", L"day dd of month mm of year yyyy",
+             L"the year YYYY, the month MM, the day DD");
+  EXPECT_EQ(Text(date), L"THE YEAR 2017, THE MONTH 03, THE DAY 15");
+  CDate copy(date);
+  copy.SetInFormat(kUs4);
+  EXPECT_EQ(copy.GetInFormat(), kUs4);
+  EXPECT_EQ(Text(copy), L"THE YEAR 2017, THE MONTH 03, THE DAY 15");
+  copy = date;
+  EXPECT_EQ(copy.GetInFormat(), L"DAY DD OF MONTH MM OF YEAR YYYY");
+  copy.SetOutFormat(L"yyyy");
+  EXPECT_EQ(Text(copy), L"2017");
+}
+
 TEST(DateFormatting, FormatsAreNormalisedAndCopied) {
   CDate date(1, 2, 2003, L"", nullptr);
   EXPECT_EQ(date.GetInFormat(), kUs4);
