@@ -181,6 +181,7 @@ TEST(DateConstruction, FromTextOrFieldsTakesNoHeap) {
     const CDate by_text(L"15.03.2017", L"DD.MM.YYYY", L"YYYY-MM-DD");
     const CDate by_name(L"mar 15 2017", L"MON DD YYYY", nullptr);
     const CDate by_number(2457827L, kUs4, nullptr);
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what is measured
     const CDate copy(by_text);
     EXPECT_EQ(by_fields.Julian(), by_text.Julian());
     EXPECT_EQ(by_name.Julian(), copy.Julian());
