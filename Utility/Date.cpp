@@ -2,7 +2,9 @@
 //
 // The day-number conversions work in 64-bit integers with truncation toward zero at each step, so
 // that every date maps to the same day number as it always has, including the irregular ones
-// before year 1; only the stored results are narrowed to 32 bits.
+// before year 1; only the stored results are narrowed to 32 bits. Dates of the Gregorian calendar,
+// which are nearly all the dates anyone asks about, take a shorter route that gives the same
+// results in 32-bit unsigned arithmetic.
 
 #include "Utility/Date.h"
 
@@ -22,9 +24,9 @@ namespace {
 constexpr wchar_t kDefaultFormat[] = L"MM/DD/YYYY";
 constexpr std::array<int, 12> kDaysInMonth = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
-// First day of the Gregorian calendar (15 October 1582) as yyyymmdd and as Julian day number.
+// First day of the Gregorian calendar (15 October 1582) as yyyymmdd and as day number.
 constexpr std::int64_t kGregorianStartYmd = 15821015;
-constexpr std::int64_t kGregorianStartJd = 2299161;
+constexpr std::int64_t kGregorianStartDay = 2299160;
 // Moves the day count of the formula below onto the day numbers.
 constexpr std::int64_t kDayNumberBase = 1720994;
 // Julian day number of 1 January of year 1: earlier days take the other branch so that it and
@@ -33,6 +35,14 @@ constexpr std::int64_t kYearOneJd = 1721423;
 
 // Day numbers outside this range are clamped to it, far beyond any real date.
 constexpr std::int64_t kMaxDayShift = std::int64_t{1} << 33;
+
+// The Gregorian route counts days from 1 March of year 0 (this day number), which puts the leap
+// day at the end of its year and makes every 400 years exactly 146097 days. It takes the fields
+// of whole Gregorian years up to a last one well inside the 32-bit day numbers.
+constexpr std::int64_t kMarchOfYearZero = 1721119;
+constexpr std::uint32_t kDaysPer400Years = 146097;
+constexpr std::int64_t kGregorianFirstYear = 1583;
+constexpr std::int64_t kGregorianLastYear = 5'000'000;
 
 enum Field { kDay = 0, kMonth = 1, kYear = 2 };
 using FieldOrder = std::array<Field, 3>;
@@ -56,19 +66,41 @@ struct FormatFields {
   bool year4;
 };
 
+// Fields of a day number: they fit an int for every 32-bit day number.
 struct CivilDate {
-  std::int64_t month;
-  std::int64_t day;
-  std::int64_t year;
+  int month;
+  int day;
+  int year;
 };
+
+// Day number of a proleptic Gregorian date from March of year 0 on. The day counts on from the
+// first of the month, so day 0 and 31 February are as good as any.
+std::int64_t GregorianDayNumberOf(std::uint32_t month, std::int64_t day, std::uint32_t year) {
+  const bool early = month <= 2;  // January and February end the previous year
+  const std::uint32_t y = early ? year - 1 : year;
+  const std::uint32_t m = early ? month + 12 : month;
+  const std::uint32_t century = y / 100;
+  const std::uint32_t days_before_year = 365 * y + y / 4 - century + century / 4;
+  // Month lengths from March run 31, 30, 31, 30, 31, ...: 30.59375 days a month, counted from
+  // March (m = 3), meets the first of every month.
+  const std::uint32_t days_before_month = (979 * m - 2919) / 32;
+  return kMarchOfYearZero + days_before_year + days_before_month + day - 1;
+}
 
 // Day number of the fields as they are: an impossible date counts on from its month and day (13/1
 // is January of the next year), and the year 0 is 1 BC. The calendar switch is decided on the
 // fields too, so the ten dropped days of October 1582 count as Julian-calendar days.
 //
 // The classic formulas with 365.25 and 30.6001 days, written as exact fractions: C++ division
-// truncates toward zero, as the formulas do at every step, on every 32-bit field.
+// truncates toward zero, as the formulas do at every step, on every 32-bit field. On a month of
+// a Gregorian year they are the proleptic Gregorian count, which is quicker to reach directly (a
+// day far below 0 in early 1583 would fall back to the Julian calendar, so it does not).
 std::int64_t DayNumberOf(std::int64_t month, std::int64_t day, std::int64_t year) {
+  if (month >= 1 && month <= 12 && year >= kGregorianFirstYear && year <= kGregorianLastYear &&
+      day >= 0) {
+    return GregorianDayNumberOf(static_cast<std::uint32_t>(month), day,
+                                static_cast<std::uint32_t>(year));
+  }
   std::int64_t y = year < 0 ? year + 1 : year;
   std::int64_t m = month;
   if (m <= 2) {  // January and February end the previous year, so leap days come last
@@ -83,22 +115,45 @@ std::int64_t DayNumberOf(std::int64_t month, std::int64_t day, std::int64_t year
   return y * 1461 / 4 + (m + 1) * 306001 / 10000 + day + century_correction + kDayNumberBase;
 }
 
-// Month, day and year of a day number: the inverse of DayNumberOf() on real dates.
-CivilDate CivilDateOf(std::int64_t day_number) {
-  const std::int64_t j = day_number + 1;  // the Julian day number
-  std::int64_t a = j;
-  if (j >= kGregorianStartJd) {  // undo the Gregorian century rule: 36524.25 days a century
-    const std::int64_t alpha = (4 * j - 7468865) / 146097;
-    a = j + 1 + alpha - alpha / 4;
+// Proleptic Gregorian fields of a count of days from 1 March of year 0, by fixed-point products
+// in place of divisions.
+CivilDate GregorianDateOf(std::uint32_t days) {
+  // Centuries of 36524.25 days, in quarter days so that the quotient is exact.
+  const std::uint64_t quarter_days = 4 * std::uint64_t{days} + 3;
+  const auto century = static_cast<std::uint32_t>(quarter_days / kDaysPer400Years);
+  const auto day_of_century = static_cast<std::uint32_t>(quarter_days % kDaysPer400Years) / 4;
+  // Years of 365.25 days, again in quarter days: 2939745 / 2^32 is 1 / 1461 closely enough that
+  // the product's high word is the year of the century and its low word, the fraction of that
+  // year gone, gives back the day of the year.
+  const std::uint64_t years = std::uint64_t{2939745} * (4 * day_of_century + 3);
+  const auto year_of_century = static_cast<std::uint32_t>(years >> 32);
+  const std::uint32_t day_of_year = static_cast<std::uint32_t>(years) / 2939745 / 4;
+  // Months of about 30.6 days, 2141 / 2^16 being close to their inverse, from March = 3: the high
+  // half is the month, the low half gives back the day of the month less one.
+  const std::uint32_t months = 2141 * day_of_year + 197913;
+  const bool early = day_of_year >= 306;  // January or February, at the end of the count's year
+  CivilDate date{};
+  date.month = static_cast<int>(early ? (months >> 16) - 12 : months >> 16);
+  date.day = static_cast<int>((months & 0xFFFF) / 2141 + 1);
+  date.year = static_cast<int>(100 * century + year_of_century + (early ? 1 : 0));
+  return date;
+}
+
+// Month, day and year of a day number: the inverse of DayNumberOf() on real dates. Before the
+// Gregorian calendar, years of 365.25 days and months of 30.6001 days from 4716 BC.
+CivilDate CivilDateOf(std::int32_t day_number) {
+  if (day_number >= kGregorianStartDay) {
+    return GregorianDateOf(static_cast<std::uint32_t>(day_number - kMarchOfYearZero));
   }
-  const std::int64_t b = a > kYearOneJd ? a + 1524 : a + 1158;
+  const std::int64_t j = std::int64_t{day_number} + 1;  // the Julian day number
+  const std::int64_t b = j > kYearOneJd ? j + 1524 : j + 1158;
   const std::int64_t c = (20 * b - 2442) / 7305;  // years of 365.25 days, less 122.1 days
   const std::int64_t day_of_year = b - c * 1461 / 4;
   const std::int64_t e = day_of_year * 10000 / 306001;  // months of 30.6001 days
   CivilDate date{};
-  date.day = day_of_year - e * 306001 / 10000;
-  date.month = e < 14 ? e - 1 : e - 13;
-  date.year = date.month > 2 ? c - 4716 : c - 4715;
+  date.day = static_cast<int>(day_of_year - e * 306001 / 10000);
+  date.month = static_cast<int>(e < 14 ? e - 1 : e - 13);
+  date.year = static_cast<int>(date.month > 2 ? c - 4716 : c - 4715);
   return date;
 }
 
@@ -510,9 +565,9 @@ void CDate::mdy_to_julian() {
 
 void CDate::julian_to_mdy() {
   const CivilDate date = CivilDateOf(m_Julian);
-  m_Month = ClampTo<LONG>(date.month);
-  m_Day = ClampTo<LONG>(date.day);
-  m_Year = ClampTo<LONG>(date.year);
+  m_Month = date.month;
+  m_Day = date.day;
+  m_Year = date.year;
   julian_to_dow();
 }
 

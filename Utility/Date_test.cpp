@@ -156,6 +156,19 @@ TEST_F(DateConversions, ImpossibleFieldsAroundTheCalendarSwitchAndYearOne) {
   EXPECT_EQ(mismatches_, 0);
 }
 
+// Gregorian dates take a shorter route up to the year 5,000,000: both sides of that year, with
+// days that overflow their month by far.
+TEST_F(DateConversions, FieldsAroundTheEndOfTheGregorianRoute) {
+  for (int year = 4'999'990; year <= 5'000'010; ++year) {
+    for (int month = -1; month <= 14; ++month) {
+      for (const int day : {INT_MIN, -1, 0, 1, 29, 31, 32, 1'000'000, INT_MAX}) {
+        CheckFields(month, day, year);
+      }
+    }
+  }
+  EXPECT_EQ(mismatches_, 0);
+}
+
 TEST_F(DateConversions, AnyFieldsAtAll) {
   const std::array<int, 16> edges = {INT_MIN, INT_MIN + 1, -10001, -10000, -9999, -13,
                                      -1,      0,           1,      2,      3,     12,
