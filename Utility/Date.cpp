@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <cwchar>
 #include <cwctype>
 #include <limits>
 #include <string>
@@ -59,11 +60,19 @@ constexpr std::array<FieldOrder, 6> kFieldOrders = {{
 }};
 constexpr int kFallbackOrder = 6;
 
+// What parsing a format finds: the positions of its "DD", "MM" and "YY" (-1 where missing) and
+// whether the year has four digits. An input format without "MM" has its month at "MON", as a
+// name, and gives the fields in an order, numbered as in kFieldOrders.
 struct FormatFields {
-  int day;
-  int month;
-  int year;
-  bool year4;
+  int day = -1;
+  int month = -1;
+  int year = -1;
+  bool year4 = false;
+  bool month_name = false;
+  int order = kFallbackOrder;
+  // Whether upper-casing left every character as it is without asking the locale, so that the
+  // same text parses the same way whatever the locale is now or later.
+  bool locale_free = true;
 };
 
 // Fields of a day number: they fit an int for every 32-bit day number.
@@ -206,12 +215,6 @@ bool MayChangeCase(wchar_t c) {
   return (c >= L'a' && c <= L'z') || static_cast<std::uint32_t>(c) > 0x7F;
 }
 
-// Formats are parsed on every construction and are mostly upper case already: towupper() is
-// called only for the characters it may change.
-wchar_t UpperCase(wchar_t c) {
-  return MayChangeCase(c) ? static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c))) : c;
-}
-
 // Case-blind equality in the current locale, as CString::CompareNoCase() sees it.
 bool EqualNoCase(std::wstring_view a, std::wstring_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
@@ -219,12 +222,27 @@ bool EqualNoCase(std::wstring_view a, std::wstring_view b) {
   });
 }
 
+int ChooseOrder(int day, int month, int year) {
+  const std::array<int, 3> pos = {day, month, year};
+  for (std::size_t i = 0; i + 1 < kFieldOrders.size(); ++i) {
+    const FieldOrder& order = kFieldOrders[i];
+    if (pos[order[0]] < pos[order[1]] && pos[order[1]] < pos[order[2]]) {
+      return static_cast<int>(i) + 1;
+    }
+  }
+  return kFallbackOrder;
+}
+
 // Upper-cases the format in place and finds its first "DD", "MM" and "YY", in one pass.
 FormatFields UpperCaseFields(wchar_t* format, std::size_t length) {
-  FormatFields fields{-1, -1, -1, false};
+  FormatFields fields;
   wchar_t previous = L'\0';  // a format holds no NUL
   for (std::size_t i = 0; i < length; ++i) {
-    const wchar_t c = format[i] = UpperCase(format[i]);
+    if (MayChangeCase(format[i])) {  // formats are mostly upper case already
+      format[i] = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(format[i])));
+      fields.locale_free = false;
+    }
+    const wchar_t c = format[i];
     if (c == previous) {
       int* field = c == L'D'   ? &fields.day
                    : c == L'M' ? &fields.month
@@ -240,21 +258,53 @@ FormatFields UpperCaseFields(wchar_t* format, std::size_t length) {
   return fields;
 }
 
-// Replaces an empty format by the default, upper-cases it and finds its fields.
-FormatFields ParseFormat(CDate::FormatText& format) {
-  if (format.IsEmpty()) format = kDefaultFormat;
+FormatFields ParseOutFormat(CDate::FormatText& format) {
   return UpperCaseFields(format.data(), format.view().size());
 }
 
-int ChooseOrder(int day, int month, int year) {
-  const std::array<int, 3> pos = {day, month, year};
-  for (std::size_t i = 0; i + 1 < kFieldOrders.size(); ++i) {
-    const FieldOrder& order = kFieldOrders[i];
-    if (pos[order[0]] < pos[order[1]] && pos[order[1]] < pos[order[2]]) {
-      return static_cast<int>(i) + 1;
-    }
+FormatFields ParseInFormat(CDate::FormatText& format) {
+  FormatFields fields = ParseOutFormat(format);
+  fields.month_name = fields.month < 0;
+  if (fields.month_name) {
+    const std::size_t at = format.view().find(L"MON");
+    fields.month = at == std::wstring_view::npos ? -1 : static_cast<int>(at);
   }
-  return kFallbackOrder;
+  fields.order = ChooseOrder(fields.day, fields.month, fields.year);
+  return fields;
+}
+
+// The last short format of one kind (input or output) parsed on this thread, if it parses the
+// same in every locale. Dates are made in runs with the same formats, and parsing a format would
+// cost more than all the rest of making a date. Nothing here needs destroying, so dates made while
+// a thread or the program winds down still find it.
+struct LastFormat {
+  CDate::FormatText::ShortText text{};  // empty while there is none: a parsed format never is
+  std::size_t length = 0;
+  FormatFields fields;
+};
+
+thread_local LastFormat t_last_in_format;
+thread_local LastFormat t_last_out_format;
+
+// Sets `format` to `text` (null or empty: the default format) and returns what `parse` finds in
+// it, or found in the same text last time.
+template <typename Parse>
+FormatFields ParseOrRecall(LastFormat& last, CDate::FormatText& format, const wchar_t* text,
+                           Parse parse) {
+  if (text == nullptr || *text == L'\0') text = kDefaultFormat;
+  if (std::wcscmp(last.text.data(), text) == 0) {
+    format.setShortText(last.text, last.length);
+    return last.fields;
+  }
+  format = text;
+  const FormatFields fields = parse(format);
+  const CDate::FormatText::ShortText* short_text = format.shortText();
+  if (fields.locale_free && short_text != nullptr) {
+    last.text = *short_text;
+    last.length = format.view().size();
+    last.fields = fields;
+  }
+  return fields;
 }
 
 }  // namespace
@@ -273,9 +323,7 @@ CDate::FormatText& CDate::FormatText::operator=(const FormatText& other) {
     if (this != &other) *this = other.view();
     return *this;
   }
-  inline_ = other.inline_;  // a fixed-size copy, cheaper than measuring the text
-  length_ = other.length_;
-  heap_.reset();
+  setShortText(other.inline_, other.length_);
   return *this;
 }
 
@@ -323,8 +371,8 @@ CDate::CDate(int month, int day, int year, const wchar_t* in_format, const wchar
 
 CDate::CDate(const wchar_t* text, const wchar_t* in_format, const wchar_t* out_format) {
   setFormats(in_format, out_format);
-  julian_to_dow();  // a null text keeps the initial day number, which then needs its weekday
   Set(text);
+  if (text == nullptr) julian_to_dow();  // the initial day number is kept and needs its weekday
 }
 
 CDate::CDate(const CDate& other) { *this = other; }
@@ -336,10 +384,8 @@ CDate& CDate::operator=(const CDate& other) {
   m_Julian = other.m_Julian;
   m_DayOfWeek = other.m_DayOfWeek;
   m_String = other.m_String;
-  m_InFormat = other.m_InFormat;
-  m_OutFormat = other.m_OutFormat;
-  parseIn();
-  parseOut();
+  parseIn(other.m_InFormat);
+  parseOut(other.m_OutFormat);
   return *this;
 }
 
@@ -392,15 +438,9 @@ CDate& CDate::operator=(const wchar_t* text) {
   return *this;
 }
 
-void CDate::SetInFormat(const wchar_t* format) {
-  m_InFormat = format;
-  parseIn();
-}
+void CDate::SetInFormat(const wchar_t* format) { parseIn(format); }
 
-void CDate::SetOutFormat(const wchar_t* format) {
-  m_OutFormat = format;
-  parseOut();
-}
+void CDate::SetOutFormat(const wchar_t* format) { parseOut(format); }
 
 CString CDate::GetInFormat() const { return std::wstring(m_InFormat.view()); }
 CString CDate::GetOutFormat() const { return std::wstring(m_OutFormat.view()); }
@@ -521,11 +561,9 @@ void CDate::MakeString() {
 
 // A missing output format is the input format.
 void CDate::setFormats(const wchar_t* in_format, const wchar_t* out_format) {
-  m_InFormat = in_format;
-  parseIn();
+  parseIn(in_format);
   if (out_format != nullptr) {
-    m_OutFormat = out_format;
-    parseOut();
+    parseOut(out_format);
     return;
   }
   // The input format as parsed already, without its month name: an output "MON" is literal.
@@ -536,22 +574,18 @@ void CDate::setFormats(const wchar_t* in_format, const wchar_t* out_format) {
   m_OutYear4 = m_InYear4;
 }
 
-void CDate::parseIn() {
-  FormatFields fields = ParseFormat(m_InFormat);
-  m_InMonthName = fields.month < 0 ? 1 : 0;
-  if (m_InMonthName != 0) {
-    const std::size_t at = m_InFormat.view().find(L"MON");
-    fields.month = at == std::wstring_view::npos ? -1 : static_cast<int>(at);
-  }
+void CDate::parseIn(const wchar_t* format) {
+  const FormatFields fields = ParseOrRecall(t_last_in_format, m_InFormat, format, ParseInFormat);
   m_InDayPos = fields.day;
   m_InMonthPos = fields.month;
   m_InYearPos = fields.year;
   m_InYear4 = fields.year4 ? 1 : 0;
-  m_InOrder = ChooseOrder(fields.day, fields.month, fields.year);
+  m_InMonthName = fields.month_name ? 1 : 0;
+  m_InOrder = fields.order;
 }
 
-void CDate::parseOut() {
-  const FormatFields fields = ParseFormat(m_OutFormat);
+void CDate::parseOut(const wchar_t* format) {
+  const FormatFields fields = ParseOrRecall(t_last_out_format, m_OutFormat, format, ParseOutFormat);
   m_OutDayPos = fields.day;
   m_OutMonthPos = fields.month;
   m_OutYearPos = fields.year;

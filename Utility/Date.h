@@ -50,6 +50,10 @@ class N7_EXPORT CDate {
   // that making a date does not go to the heap; a longer one is held on the heap. Null is empty.
   class N7_EXPORT FormatText {
    public:
+    // A short text as one NUL-terminated block: the longest a format holds inside itself.
+    static constexpr std::size_t kInlineLength = 15;
+    using ShortText = std::array<wchar_t, kInlineLength + 1>;
+
     FormatText() = default;
     FormatText(const FormatText& other) { *this = other.view(); }
     FormatText& operator=(const FormatText& other);
@@ -63,13 +67,20 @@ class N7_EXPORT CDate {
     std::wstring_view view() const { return {data(), length_}; }
     int GetLength() const { return static_cast<int>(length_); }
     bool IsEmpty() const { return length_ == 0; }
+    // The text as a block, or null when it is too long to be held inside the format.
+    const ShortText* shortText() const { return heap_ ? nullptr : &inline_; }
+    // Takes a short text whole: copying the block is cheaper than measuring the text.
+    void setShortText(const ShortText& text, std::size_t length) {
+      inline_ = text;
+      length_ = length;
+      heap_.reset();
+    }
 
    private:
     FormatText& operator=(std::wstring_view text);
 
-    static constexpr std::size_t kInlineLength = 15;
     std::size_t length_ = 0;
-    std::array<wchar_t, kInlineLength + 1> inline_{};
+    ShortText inline_{};
     std::unique_ptr<wchar_t[]> heap_;
   };
 
@@ -190,8 +201,9 @@ class N7_EXPORT CDate {
   static CString m_BC;
 
  private:
-  void parseIn();
-  void parseOut();
+  // Take `format` as the input or output format and find its fields.
+  void parseIn(const wchar_t* format);
+  void parseOut(const wchar_t* format);
   void mdy_to_julian();
   void julian_to_mdy();
   void julian_to_dow();

@@ -379,6 +379,26 @@ TEST(DateFormatting, LongFormatsAsShortOnes) {
   EXPECT_EQ(Text(copy), L"2017");
 }
 
+// Parsed formats are remembered by their text: a new text in the same buffer is a new format,
+// and the same text means different things as an input and as an output format.
+TEST(DateFormatting, FormatsAreKnownByTheirText) {
+  std::wstring format = L"MM/DD/YYYY";
+  const CDate us(L"03/04/2017", format.c_str(), format.c_str());
+  format.replace(0, 5, L"DD/MM");
+  CDate european(L"03/04/2017", format.c_str(), format.c_str());
+  EXPECT_EQ(Mdy(us), (Fields{3, 4, 2017}));
+  EXPECT_EQ(Mdy(european), (Fields{4, 3, 2017}));
+  EXPECT_EQ(Text(european), L"03/04/2017");
+
+  constexpr wchar_t kNamed[] = L"MON DD YYYY";
+  CDate out_first(3, 15, 2017, kUs4, kNamed);
+  EXPECT_EQ(Text(out_first), L"MON 15 2017");
+  const CDate in_then(L"Mar 15 2017", kNamed, kNamed);
+  EXPECT_EQ(Mdy(in_then), (Fields{3, 15, 2017}));
+  CDate out_then(3, 15, 2017, kUs4, kNamed);
+  EXPECT_EQ(Text(out_then), L"MON 15 2017");
+}
+
 TEST(DateFormatting, FormatsAreNormalisedAndCopied) {
   CDate date(1, 2, 2003, L"", nullptr);
   EXPECT_EQ(date.GetInFormat(), kUs4);
