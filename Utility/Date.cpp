@@ -62,14 +62,15 @@ constexpr int kFallbackOrder = 6;
 
 // What parsing a format finds: the positions of its "DD", "MM" and "YY" (-1 where missing) and
 // whether the year has four digits. An input format without "MM" has its month at "MON", as a
-// name, and gives the fields in an order, numbered as in kFieldOrders.
+// name, and gives the fields in an order, numbered as in kFieldOrders. Laid out and typed as a
+// date holds them, so that they are copied in a few moves.
 struct FormatFields {
-  int day = -1;
-  int month = -1;
-  int year = -1;
-  bool year4 = false;
-  bool month_name = false;
-  int order = kFallbackOrder;
+  LONG month = -1;
+  LONG day = -1;
+  LONG year = -1;
+  BOOL year4 = 0;
+  BOOL month_name = 0;
+  LONG order = kFallbackOrder;
   // Whether upper-casing left every character as it is without asking the locale, so that the
   // same text parses the same way whatever the locale is now or later.
   bool locale_free = true;
@@ -244,17 +245,19 @@ FormatFields UpperCaseFields(wchar_t* format, std::size_t length) {
     }
     const wchar_t c = format[i];
     if (c == previous) {
-      int* field = c == L'D'   ? &fields.day
-                   : c == L'M' ? &fields.month
-                   : c == L'Y' ? &fields.year
-                               : nullptr;
-      if (field != nullptr && *field < 0) *field = static_cast<int>(i - 1);
+      LONG* field = c == L'D'   ? &fields.day
+                    : c == L'M' ? &fields.month
+                    : c == L'Y' ? &fields.year
+                                : nullptr;
+      if (field != nullptr && *field < 0) *field = static_cast<LONG>(i - 1);
     }
     previous = c;
   }
   const auto year = static_cast<std::size_t>(fields.year);
   fields.year4 =
-      fields.year >= 0 && year + 3 < length && format[year + 2] == L'Y' && format[year + 3] == L'Y';
+      fields.year >= 0 && year + 3 < length && format[year + 2] == L'Y' && format[year + 3] == L'Y'
+          ? 1
+          : 0;
   return fields;
 }
 
@@ -264,21 +267,21 @@ FormatFields ParseOutFormat(CDate::FormatText& format) {
 
 FormatFields ParseInFormat(CDate::FormatText& format) {
   FormatFields fields = ParseOutFormat(format);
-  fields.month_name = fields.month < 0;
-  if (fields.month_name) {
+  fields.month_name = fields.month < 0 ? 1 : 0;
+  if (fields.month_name != 0) {
     const std::size_t at = format.view().find(L"MON");
-    fields.month = at == std::wstring_view::npos ? -1 : static_cast<int>(at);
+    fields.month = at == std::wstring_view::npos ? -1 : static_cast<LONG>(at);
   }
   fields.order = ChooseOrder(fields.day, fields.month, fields.year);
   return fields;
 }
 
-// The last short format of one kind (input or output) parsed on this thread, if it parses the
-// same in every locale. Dates are made in runs with the same formats, and parsing a format would
-// cost more than all the rest of making a date. Nothing here needs destroying, so dates made while
-// a thread or the program winds down still find it.
+// The last format of one kind (input or output) parsed on this thread, and its text if it is
+// short and parses the same in every locale. Dates are made in runs with the same formats, and
+// parsing a format would cost more than all the rest of making a date. Nothing here needs
+// destroying, so dates made while a thread or the program winds down still find it.
 struct LastFormat {
-  CDate::FormatText::ShortText text{};  // empty while there is none: a parsed format never is
+  CDate::FormatText::ShortText text{};  // empty when it cannot be reused: a format never is
   std::size_t length = 0;
   FormatFields fields;
 };
@@ -287,24 +290,23 @@ thread_local LastFormat t_last_in_format;
 thread_local LastFormat t_last_out_format;
 
 // Sets `format` to `text` (null or empty: the default format) and returns what `parse` finds in
-// it, or found in the same text last time.
+// it, or found in the same text last time. The fields stay where they are for the caller to copy
+// from, which is quicker than handing them back by value.
 template <typename Parse>
-FormatFields ParseOrRecall(LastFormat& last, CDate::FormatText& format, const wchar_t* text,
-                           Parse parse) {
+const FormatFields& ParseOrRecall(LastFormat& last, CDate::FormatText& format, const wchar_t* text,
+                                  Parse parse) {
   if (text == nullptr || *text == L'\0') text = kDefaultFormat;
   if (std::wcscmp(last.text.data(), text) == 0) {
     format.setShortText(last.text, last.length);
     return last.fields;
   }
   format = text;
-  const FormatFields fields = parse(format);
+  last.fields = parse(format);
   const CDate::FormatText::ShortText* short_text = format.shortText();
-  if (fields.locale_free && short_text != nullptr) {
-    last.text = *short_text;
-    last.length = format.view().size();
-    last.fields = fields;
-  }
-  return fields;
+  const bool reusable = last.fields.locale_free && short_text != nullptr;
+  last.text = reusable ? *short_text : CDate::FormatText::ShortText{};
+  last.length = format.view().size();
+  return last.fields;
 }
 
 }  // namespace
@@ -575,21 +577,22 @@ void CDate::setFormats(const wchar_t* in_format, const wchar_t* out_format) {
 }
 
 void CDate::parseIn(const wchar_t* format) {
-  const FormatFields fields = ParseOrRecall(t_last_in_format, m_InFormat, format, ParseInFormat);
-  m_InDayPos = fields.day;
+  const FormatFields& fields = ParseOrRecall(t_last_in_format, m_InFormat, format, ParseInFormat);
   m_InMonthPos = fields.month;
+  m_InDayPos = fields.day;
   m_InYearPos = fields.year;
-  m_InYear4 = fields.year4 ? 1 : 0;
-  m_InMonthName = fields.month_name ? 1 : 0;
+  m_InYear4 = fields.year4;
+  m_InMonthName = fields.month_name;
   m_InOrder = fields.order;
 }
 
 void CDate::parseOut(const wchar_t* format) {
-  const FormatFields fields = ParseOrRecall(t_last_out_format, m_OutFormat, format, ParseOutFormat);
-  m_OutDayPos = fields.day;
+  const FormatFields& fields =
+      ParseOrRecall(t_last_out_format, m_OutFormat, format, ParseOutFormat);
   m_OutMonthPos = fields.month;
+  m_OutDayPos = fields.day;
   m_OutYearPos = fields.year;
-  m_OutYear4 = fields.year4 ? 1 : 0;
+  m_OutYear4 = fields.year4;
 }
 
 void CDate::mdy_to_julian() {
