@@ -103,8 +103,9 @@ std::int64_t GregorianDayNumberOf(std::uint32_t month, std::int64_t day, std::ui
 //
 // The classic formulas with 365.25 and 30.6001 days, written as exact fractions: C++ division
 // truncates toward zero, as the formulas do at every step, on every 32-bit field. On a month of
-// a Gregorian year they are the proleptic Gregorian count, which is quicker to reach directly (a
-// day far below 0 in early 1583 would fall back to the Julian calendar, so it does not).
+// a Gregorian year they are the proleptic Gregorian count, which is quicker to reach directly.
+// Negative days keep to the formulas: far enough below 0, a day of early 1583 falls back to the
+// Julian calendar.
 std::int64_t DayNumberOf(std::int64_t month, std::int64_t day, std::int64_t year) {
   if (month >= 1 && month <= 12 && year >= kGregorianFirstYear && year <= kGregorianLastYear &&
       day >= 0) {
