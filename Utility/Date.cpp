@@ -1,15 +1,18 @@
 // CDate: day-number arithmetic, format parsing, text parsing and formatting.
 //
-// The day-number conversions work in 64-bit integers and doubles with truncation toward zero at
-// each step, so that every date maps to the same day number as it always has, including the
-// irregular ones before year 1; only the stored results are narrowed to 32 bits.
+// The day-number conversions work in 64-bit integers with truncation toward zero at each step, so
+// that every date maps to the same day number as it always has, including the irregular ones
+// before year 1; only the stored results are narrowed to 32 bits. Dates of the Gregorian calendar,
+// which are nearly all the dates anyone asks about, take a shorter route that gives the same
+// results in 32-bit unsigned arithmetic.
 
 #include "n7utility/Utility/Date.h"
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cwchar>
 #include <cwctype>
 #include <limits>
 #include <string>
@@ -22,15 +25,25 @@ namespace {
 constexpr wchar_t kDefaultFormat[] = L"MM/DD/YYYY";
 constexpr std::array<int, 12> kDaysInMonth = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
-// First day of the Gregorian calendar (15 October 1582) as yyyymmdd and as Julian day number.
-constexpr double kGregorianStartYmd = 15821015.0;
-constexpr std::int64_t kGregorianStartJd = 2299161;
+// First day of the Gregorian calendar (15 October 1582) as yyyymmdd and as day number.
+constexpr std::int64_t kGregorianStartYmd = 15821015;
+constexpr std::int64_t kGregorianStartDay = 2299160;
+// Moves the day count of the formula below onto the day numbers.
+constexpr std::int64_t kDayNumberBase = 1720994;
 // Julian day number of 1 January of year 1: earlier days take the other branch so that it and
 // 31 December of 1 BC are consecutive.
 constexpr std::int64_t kYearOneJd = 1721423;
 
 // Day numbers outside this range are clamped to it, far beyond any real date.
 constexpr std::int64_t kMaxDayShift = std::int64_t{1} << 33;
+
+// The Gregorian route counts days from 1 March of year 0 (this day number), which puts the leap
+// day at the end of its year and makes every 400 years exactly 146097 days. It takes the fields
+// of whole Gregorian years up to a last one well inside the 32-bit day numbers.
+constexpr std::int64_t kMarchOfYearZero = 1721119;
+constexpr std::uint32_t kDaysPer400Years = 146097;
+constexpr std::int64_t kGregorianFirstYear = 1583;
+constexpr std::int64_t kGregorianLastYear = 5'000'000;
 
 enum Field { kDay = 0, kMonth = 1, kYear = 2 };
 using FieldOrder = std::array<Field, 3>;
@@ -47,14 +60,113 @@ constexpr std::array<FieldOrder, 6> kFieldOrders = {{
 }};
 constexpr int kFallbackOrder = 6;
 
+// What parsing a format finds: the positions of its "DD", "MM" and "YY" (-1 where missing) and
+// whether the year has four digits. An input format without "MM" has its month at "MON", as a
+// name, and gives the fields in an order, numbered as in kFieldOrders. Laid out and typed as a
+// date holds them, so that they are copied in a few moves.
 struct FormatFields {
-  int day;
-  int month;
-  int year;
-  bool year4;
+  LONG month = -1;
+  LONG day = -1;
+  LONG year = -1;
+  BOOL year4 = 0;
+  BOOL month_name = 0;
+  LONG order = kFallbackOrder;
+  // Whether upper-casing left every character as it is without asking the locale, so that the
+  // same text parses the same way whatever the locale is now or later.
+  bool locale_free = true;
 };
 
-std::int64_t Trunc(double value) { return static_cast<std::int64_t>(std::trunc(value)); }
+// Fields of a day number: they fit an int for every 32-bit day number.
+struct CivilDate {
+  int month;
+  int day;
+  int year;
+};
+
+// Day number of a proleptic Gregorian date from March of year 0 on. The day counts on from the
+// first of the month, so day 0 and 31 February are as good as any.
+std::int64_t GregorianDayNumberOf(std::uint32_t month, std::int64_t day, std::uint32_t year) {
+  const bool early = month <= 2;  // January and February end the previous year
+  const std::uint32_t y = early ? year - 1 : year;
+  const std::uint32_t m = early ? month + 12 : month;
+  const std::uint32_t century = y / 100;
+  const std::uint32_t days_before_year = 365 * y + y / 4 - century + century / 4;
+  // Month lengths from March run 31, 30, 31, 30, 31, ...: 30.59375 days a month, counted from
+  // March (m = 3), meets the first of every month.
+  const std::uint32_t days_before_month = (979 * m - 2919) / 32;
+  return kMarchOfYearZero + days_before_year + days_before_month + day - 1;
+}
+
+// Day number of the fields as they are: an impossible date counts on from its month and day (13/1
+// is January of the next year), and the year 0 is 1 BC. The calendar switch is decided on the
+// fields too, so the ten dropped days of October 1582 count as Julian-calendar days.
+//
+// The classic formulas with 365.25 and 30.6001 days, written as exact fractions: C++ division
+// truncates toward zero, as the formulas do at every step, on every 32-bit field. On a month of
+// a Gregorian year they are the proleptic Gregorian count, which is quicker to reach directly.
+// Negative days keep to the formulas: far enough below 0, a day of early 1583 falls back to the
+// Julian calendar.
+std::int64_t DayNumberOf(std::int64_t month, std::int64_t day, std::int64_t year) {
+  if (month >= 1 && month <= 12 && year >= kGregorianFirstYear && year <= kGregorianLastYear &&
+      day >= 0) {
+    return GregorianDayNumberOf(static_cast<std::uint32_t>(month), day,
+                                static_cast<std::uint32_t>(year));
+  }
+  std::int64_t y = year < 0 ? year + 1 : year;
+  std::int64_t m = month;
+  if (m <= 2) {  // January and February end the previous year, so leap days come last
+    y -= 1;
+    m += 12;
+  }
+  std::int64_t century_correction = 0;
+  if (y * 10000 + m * 100 + day >= kGregorianStartYmd) {
+    const std::int64_t century = y / 100;
+    century_correction = 2 - century + century / 4;
+  }
+  return y * 1461 / 4 + (m + 1) * 306001 / 10000 + day + century_correction + kDayNumberBase;
+}
+
+// Proleptic Gregorian fields of a count of days from 1 March of year 0, by fixed-point products
+// in place of divisions.
+CivilDate GregorianDateOf(std::uint32_t days) {
+  // Centuries of 36524.25 days, in quarter days so that the quotient is exact.
+  const std::uint64_t quarter_days = 4 * std::uint64_t{days} + 3;
+  const auto century = static_cast<std::uint32_t>(quarter_days / kDaysPer400Years);
+  const auto day_of_century = static_cast<std::uint32_t>(quarter_days % kDaysPer400Years) / 4;
+  // Years of 365.25 days, again in quarter days: 2939745 / 2^32 is 1 / 1461 closely enough that
+  // the product's high word is the year of the century and its low word, the fraction of that
+  // year gone, gives back the day of the year.
+  const std::uint64_t years = std::uint64_t{2939745} * (4 * day_of_century + 3);
+  const auto year_of_century = static_cast<std::uint32_t>(years >> 32);
+  const std::uint32_t day_of_year = static_cast<std::uint32_t>(years) / 2939745 / 4;
+  // Months of about 30.6 days, 2141 / 2^16 being close to their inverse, from March = 3: the high
+  // half is the month, the low half gives back the day of the month less one.
+  const std::uint32_t months = 2141 * day_of_year + 197913;
+  const bool early = day_of_year >= 306;  // January or February, at the end of the count's year
+  CivilDate date{};
+  date.month = static_cast<int>(early ? (months >> 16) - 12 : months >> 16);
+  date.day = static_cast<int>((months & 0xFFFF) / 2141 + 1);
+  date.year = static_cast<int>(100 * century + year_of_century + (early ? 1 : 0));
+  return date;
+}
+
+// Month, day and year of a day number: the inverse of DayNumberOf() on real dates. Before the
+// Gregorian calendar, years of 365.25 days and months of 30.6001 days from 4716 BC.
+CivilDate CivilDateOf(std::int32_t day_number) {
+  if (day_number >= kGregorianStartDay) {
+    return GregorianDateOf(static_cast<std::uint32_t>(day_number - kMarchOfYearZero));
+  }
+  const std::int64_t j = std::int64_t{day_number} + 1;  // the Julian day number
+  const std::int64_t b = j > kYearOneJd ? j + 1524 : j + 1158;
+  const std::int64_t c = (20 * b - 2442) / 7305;  // years of 365.25 days, less 122.1 days
+  const std::int64_t day_of_year = b - c * 1461 / 4;
+  const std::int64_t e = day_of_year * 10000 / 306001;  // months of 30.6001 days
+  CivilDate date{};
+  date.day = static_cast<int>(day_of_year - e * 306001 / 10000);
+  date.month = static_cast<int>(e < 14 ? e - 1 : e - 13);
+  date.year = static_cast<int>(date.month > 2 ? c - 4716 : c - 4715);
+  return date;
+}
 
 template <typename T>
 T ClampTo(std::int64_t value) {
@@ -105,34 +217,11 @@ bool MayChangeCase(wchar_t c) {
   return (c >= L'a' && c <= L'z') || static_cast<std::uint32_t>(c) > 0x7F;
 }
 
-// Formats are parsed on every construction and are mostly upper case already: those are left
-// alone rather than passed through towupper() character by character.
-void MakeUpper(CString& format) {
-  const std::wstring& text = format.str();
-  if (std::any_of(text.begin(), text.end(), MayChangeCase)) format.MakeUpper();
-}
-
-// The first "DD", "MM" and "YY" in one pass over the format.
-FormatFields FindFields(std::wstring_view format) {
-  FormatFields fields{-1, -1, -1, false};
-  for (std::size_t i = 0; i + 1 < format.size(); ++i) {
-    if (format[i] != format[i + 1]) continue;
-    int* field = format[i] == L'D'   ? &fields.day
-                 : format[i] == L'M' ? &fields.month
-                 : format[i] == L'Y' ? &fields.year
-                                     : nullptr;
-    if (field != nullptr && *field < 0) *field = static_cast<int>(i);
-  }
-  fields.year4 =
-      fields.year >= 0 && format.substr(static_cast<std::size_t>(fields.year), 4) == L"YYYY";
-  return fields;
-}
-
-// Replaces an empty format by the default, upper-cases it and finds its fields.
-FormatFields ParseFormat(CString& format) {
-  if (format.IsEmpty()) format = kDefaultFormat;
-  MakeUpper(format);
-  return FindFields(format.str());
+// Case-blind equality in the current locale, as CString::CompareNoCase() sees it.
+bool EqualNoCase(std::wstring_view a, std::wstring_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
+    return std::towlower(static_cast<wint_t>(x)) == std::towlower(static_cast<wint_t>(y));
+  });
 }
 
 int ChooseOrder(int day, int month, int year) {
@@ -146,6 +235,81 @@ int ChooseOrder(int day, int month, int year) {
   return kFallbackOrder;
 }
 
+// Upper-cases the format in place and finds its first "DD", "MM" and "YY", in one pass.
+FormatFields UpperCaseFields(wchar_t* format, std::size_t length) {
+  FormatFields fields;
+  wchar_t previous = L'\0';  // a format holds no NUL
+  for (std::size_t i = 0; i < length; ++i) {
+    if (MayChangeCase(format[i])) {  // formats are mostly upper case already
+      format[i] = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(format[i])));
+      fields.locale_free = false;
+    }
+    const wchar_t c = format[i];
+    if (c == previous) {
+      LONG* field = c == L'D'   ? &fields.day
+                    : c == L'M' ? &fields.month
+                    : c == L'Y' ? &fields.year
+                                : nullptr;
+      if (field != nullptr && *field < 0) *field = static_cast<LONG>(i - 1);
+    }
+    previous = c;
+  }
+  const auto year = static_cast<std::size_t>(fields.year);
+  fields.year4 =
+      fields.year >= 0 && year + 3 < length && format[year + 2] == L'Y' && format[year + 3] == L'Y'
+          ? 1
+          : 0;
+  return fields;
+}
+
+FormatFields ParseOutFormat(CDate::FormatText& format) {
+  return UpperCaseFields(format.data(), format.view().size());
+}
+
+FormatFields ParseInFormat(CDate::FormatText& format) {
+  FormatFields fields = ParseOutFormat(format);
+  fields.month_name = fields.month < 0 ? 1 : 0;
+  if (fields.month_name != 0) {
+    const std::size_t at = format.view().find(L"MON");
+    fields.month = at == std::wstring_view::npos ? -1 : static_cast<LONG>(at);
+  }
+  fields.order = ChooseOrder(fields.day, fields.month, fields.year);
+  return fields;
+}
+
+// The last format of one kind (input or output) parsed on this thread, and its text if it is
+// short and parses the same in every locale. Dates are made in runs with the same formats, and
+// parsing a format would cost more than all the rest of making a date. Nothing here needs
+// destroying, so dates made while a thread or the program winds down still find it.
+struct LastFormat {
+  CDate::FormatText::ShortText text{};  // empty when it cannot be reused: a format never is
+  std::size_t length = 0;
+  FormatFields fields;
+};
+
+thread_local LastFormat t_last_in_format;
+thread_local LastFormat t_last_out_format;
+
+// Sets `format` to `text` (null or empty: the default format) and returns what `parse` finds in
+// it, or found in the same text last time. The fields stay where they are for the caller to copy
+// from, which is quicker than handing them back by value.
+template <typename Parse>
+const FormatFields& ParseOrRecall(LastFormat& last, CDate::FormatText& format, const wchar_t* text,
+                                  Parse parse) {
+  if (text == nullptr || *text == L'\0') text = kDefaultFormat;
+  if (std::wcscmp(last.text.data(), text) == 0) {
+    format.setShortText(last.text, last.length);
+    return last.fields;
+  }
+  format = text;
+  last.fields = parse(format);
+  const CDate::FormatText::ShortText* short_text = format.shortText();
+  const bool reusable = last.fields.locale_free && short_text != nullptr;
+  last.text = reusable ? *short_text : CDate::FormatText::ShortText{};
+  last.length = format.view().size();
+  return last.fields;
+}
+
 }  // namespace
 
 // NOLINTBEGIN(cert-err58-cpp): the tables live from load to unload, as every date reads them
@@ -156,6 +320,42 @@ CString CDate::m_MonthNames[12] = {L"Jan", L"Feb", L"Mar", L"Apr", L"May", L"Jun
 CString CDate::m_InvalidDate = L"Invalid Date";
 CString CDate::m_BC = L"BC";
 // NOLINTEND(cert-err58-cpp)
+
+CDate::FormatText& CDate::FormatText::operator=(const FormatText& other) {
+  if (other.heap_) {
+    if (this != &other) *this = other.view();
+    return *this;
+  }
+  setShortText(other.inline_, other.length_);
+  return *this;
+}
+
+// A short text is copied as it is measured, in one pass.
+CDate::FormatText& CDate::FormatText::operator=(const wchar_t* text) {
+  if (text == nullptr) text = L"";
+  std::size_t length = 0;
+  for (; length <= kInlineLength && text[length] != L'\0'; ++length) inline_[length] = text[length];
+  if (length > kInlineLength) return *this = std::wstring_view(text);
+  inline_[length] = L'\0';
+  length_ = length;
+  heap_.reset();
+  return *this;
+}
+
+// Copies before it frees, so that a text taken from this format's own buffer stays readable.
+CDate::FormatText& CDate::FormatText::operator=(std::wstring_view text) {
+  if (text.size() <= kInlineLength) {
+    std::copy(text.begin(), text.end(), inline_.begin());
+    heap_.reset();
+  } else {
+    auto heap = std::make_unique<wchar_t[]>(text.size() + 1);
+    std::copy(text.begin(), text.end(), heap.get());
+    heap_ = std::move(heap);
+  }
+  length_ = text.size();
+  data()[length_] = L'\0';
+  return *this;
+}
 
 CDate::CDate(const wchar_t* in_format, const wchar_t* out_format) {
   setFormats(in_format, out_format);
@@ -174,8 +374,8 @@ CDate::CDate(int month, int day, int year, const wchar_t* in_format, const wchar
 
 CDate::CDate(const wchar_t* text, const wchar_t* in_format, const wchar_t* out_format) {
   setFormats(in_format, out_format);
-  julian_to_dow();  // a null text keeps the initial day number, which then needs its weekday
   Set(text);
+  if (text == nullptr) julian_to_dow();  // the initial day number is kept and needs its weekday
 }
 
 CDate::CDate(const CDate& other) { *this = other; }
@@ -187,10 +387,8 @@ CDate& CDate::operator=(const CDate& other) {
   m_Julian = other.m_Julian;
   m_DayOfWeek = other.m_DayOfWeek;
   m_String = other.m_String;
-  m_InFormat = other.m_InFormat;
-  m_OutFormat = other.m_OutFormat;
-  parseIn();
-  parseOut();
+  parseIn(other.m_InFormat);
+  parseOut(other.m_OutFormat);
   return *this;
 }
 
@@ -220,7 +418,7 @@ void CDate::Set(const wchar_t* text) {
     m_Month = m_Day = m_Year = 0;
     return;
   }
-  if (CString(text).CompareNoCase(L"TODAY") == 0) {
+  if (EqualNoCase(text, L"TODAY")) {
     Set();
     return;
   }
@@ -243,18 +441,12 @@ CDate& CDate::operator=(const wchar_t* text) {
   return *this;
 }
 
-void CDate::SetInFormat(const wchar_t* format) {
-  m_InFormat = format;
-  parseIn();
-}
+void CDate::SetInFormat(const wchar_t* format) { parseIn(format); }
 
-void CDate::SetOutFormat(const wchar_t* format) {
-  m_OutFormat = format;
-  parseOut();
-}
+void CDate::SetOutFormat(const wchar_t* format) { parseOut(format); }
 
-CString CDate::GetInFormat() const { return m_InFormat; }
-CString CDate::GetOutFormat() const { return m_OutFormat; }
+CString CDate::GetInFormat() const { return std::wstring(m_InFormat.view()); }
+CString CDate::GetOutFormat() const { return std::wstring(m_OutFormat.view()); }
 
 const wchar_t* CDate::CDOW() const {
   // Only a date made from a null text can lack a computed weekday; it gets no name.
@@ -358,7 +550,7 @@ void CDate::MakeString() {
     m_String = m_InvalidDate;
     return;
   }
-  std::wstring text = m_OutFormat.str();
+  std::wstring text(m_OutFormat.view());
   WriteField(text, m_OutDayPos, 2, ZeroPadded(m_Day, 2));
   WriteField(text, m_OutMonthPos, 2, ZeroPadded(m_Month, 2));
   const std::int64_t year = std::abs(std::int64_t{m_Year});
@@ -372,66 +564,48 @@ void CDate::MakeString() {
 
 // A missing output format is the input format.
 void CDate::setFormats(const wchar_t* in_format, const wchar_t* out_format) {
-  m_InFormat = in_format;
-  m_OutFormat = out_format != nullptr ? out_format : in_format;
-  parseIn();
-  parseOut();
+  parseIn(in_format);
+  if (out_format != nullptr) {
+    parseOut(out_format);
+    return;
+  }
+  // The input format as parsed already, without its month name: an output "MON" is literal.
+  m_OutFormat = m_InFormat;
+  m_OutDayPos = m_InDayPos;
+  m_OutMonthPos = m_InMonthName != 0 ? -1 : m_InMonthPos;
+  m_OutYearPos = m_InYearPos;
+  m_OutYear4 = m_InYear4;
 }
 
-void CDate::parseIn() {
-  FormatFields fields = ParseFormat(m_InFormat);
-  m_InMonthName = fields.month < 0 ? 1 : 0;
-  if (m_InMonthName != 0) fields.month = m_InFormat.Find(L"MON");
-  m_InDayPos = fields.day;
+void CDate::parseIn(const wchar_t* format) {
+  const FormatFields& fields = ParseOrRecall(t_last_in_format, m_InFormat, format, ParseInFormat);
   m_InMonthPos = fields.month;
+  m_InDayPos = fields.day;
   m_InYearPos = fields.year;
-  m_InYear4 = fields.year4 ? 1 : 0;
-  m_InOrder = ChooseOrder(fields.day, fields.month, fields.year);
+  m_InYear4 = fields.year4;
+  m_InMonthName = fields.month_name;
+  m_InOrder = fields.order;
 }
 
-void CDate::parseOut() {
-  const FormatFields fields = ParseFormat(m_OutFormat);
-  m_OutDayPos = fields.day;
+void CDate::parseOut(const wchar_t* format) {
+  const FormatFields& fields =
+      ParseOrRecall(t_last_out_format, m_OutFormat, format, ParseOutFormat);
   m_OutMonthPos = fields.month;
+  m_OutDayPos = fields.day;
   m_OutYearPos = fields.year;
-  m_OutYear4 = fields.year4 ? 1 : 0;
+  m_OutYear4 = fields.year4;
 }
 
 void CDate::mdy_to_julian() {
-  std::int64_t y = m_Year < 0 ? std::int64_t{m_Year} + 1 : m_Year;
-  std::int64_t m = m_Month;
-  const std::int64_t d = m_Day;
-  if (m <= 2) {
-    y -= 1;
-    m += 12;
-  }
-  std::int64_t b = 0;
-  const auto ymd =
-      static_cast<double>(y) * 10000.0 + static_cast<double>(m) * 100.0 + static_cast<double>(d);
-  if (ymd >= kGregorianStartYmd) {
-    const std::int64_t a = Trunc(static_cast<double>(y) / 100.0);
-    b = 2 - a + a / 4;
-  }
-  const std::int64_t day_number = Trunc(static_cast<double>(y) * 365.25) +
-                                  Trunc(static_cast<double>(m + 1) * 30.6001) + d + b + 1720994;
-  m_Julian = ClampTo<LONG>(day_number);
+  m_Julian = ClampTo<LONG>(DayNumberOf(m_Month, m_Day, m_Year));
   julian_to_dow();
 }
 
 void CDate::julian_to_mdy() {
-  const std::int64_t j = std::int64_t{m_Julian} + 1;
-  std::int64_t a = j;
-  if (j >= kGregorianStartJd) {
-    const std::int64_t alpha = Trunc((static_cast<double>(j) - 1867216.25) / 36524.25);
-    a = j + 1 + alpha - alpha / 4;
-  }
-  const std::int64_t b = a > kYearOneJd ? a + 1524 : a + 1158;
-  const std::int64_t c = Trunc((static_cast<double>(b) - 122.1) / 365.25);
-  const std::int64_t dd = Trunc(static_cast<double>(c) * 365.25);
-  const std::int64_t e = Trunc(static_cast<double>(b - dd) / 30.6001);
-  m_Day = ClampTo<LONG>(b - dd - Trunc(static_cast<double>(e) * 30.6001));
-  m_Month = ClampTo<LONG>(e < 14 ? e - 1 : e - 13);
-  m_Year = ClampTo<LONG>(m_Month > 2 ? c - 4716 : c - 4715);
+  const CivilDate date = CivilDateOf(m_Julian);
+  m_Month = date.month;
+  m_Day = date.day;
+  m_Year = date.year;
   julian_to_dow();
 }
 
@@ -467,8 +641,7 @@ int CDate::monthFromName(const wchar_t* text) const {
   for (std::size_t i = 0; i < std::size(m_MonthNames); ++i) {
     const CString& name = m_MonthNames[i];
     const auto length = static_cast<std::size_t>(name.GetLength());
-    if (length <= rest.size() &&
-        CString(std::wstring(rest.substr(0, length))).CompareNoCase(name) == 0) {
+    if (length <= rest.size() && EqualNoCase(rest.substr(0, length), name.str())) {
       return static_cast<int>(i) + 1;
     }
   }

@@ -30,6 +30,11 @@
 // every date reads, without a lock: call them at start-up, before dates are used on other threads.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
 #include "n7utility/platform/base/export.h"
 #include "n7utility/platform/base/windows_types.h"
 #include "n7utility/platform/framework/CString.h"
@@ -41,6 +46,44 @@
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): see above
 class N7_EXPORT CDate {
  public:
+  // The text of a format, held inside the date when it is as short as formats usually are, so
+  // that making a date does not go to the heap; a longer one is held on the heap. Null is empty.
+  class N7_EXPORT FormatText {
+   public:
+    // A short text as one NUL-terminated block: the longest a format holds inside itself.
+    static constexpr std::size_t kInlineLength = 15;
+    using ShortText = std::array<wchar_t, kInlineLength + 1>;
+
+    FormatText() = default;
+    FormatText(const FormatText& other) { *this = other.view(); }
+    FormatText& operator=(const FormatText& other);
+    FormatText& operator=(const wchar_t* text);
+    ~FormatText() = default;
+
+    // NOLINTNEXTLINE(google-explicit-constructor): implicit, a format is used wherever text is
+    operator const wchar_t*() const { return data(); }
+    const wchar_t* data() const { return heap_ ? heap_.get() : inline_.data(); }
+    wchar_t* data() { return heap_ ? heap_.get() : inline_.data(); }
+    std::wstring_view view() const { return {data(), length_}; }
+    int GetLength() const { return static_cast<int>(length_); }
+    bool IsEmpty() const { return length_ == 0; }
+    // The text as a block, or null when it is too long to be held inside the format.
+    const ShortText* shortText() const { return heap_ ? nullptr : &inline_; }
+    // Takes a short text whole: copying the block is cheaper than measuring the text.
+    void setShortText(const ShortText& text, std::size_t length) {
+      inline_ = text;
+      length_ = length;
+      heap_.reset();
+    }
+
+   private:
+    FormatText& operator=(std::wstring_view text);
+
+    std::size_t length_ = 0;
+    ShortText inline_{};
+    std::unique_ptr<wchar_t[]> heap_;
+  };
+
   // Today's date.
   explicit CDate(const wchar_t* in_format = L"MM/DD/YY", const wchar_t* out_format = nullptr);
   // From a day number.
@@ -139,13 +182,13 @@ class N7_EXPORT CDate {
   LONG m_Day = 0;
   LONG m_DayOfWeek = 0;
   LONG m_Year = 0;
-  CString m_InFormat;
+  FormatText m_InFormat;
   LONG m_InMonthPos = -1;
   LONG m_InDayPos = -1;
   LONG m_InYearPos = -1;
   BOOL m_InYear4 = 0;
   BOOL m_InMonthName = 0;
-  CString m_OutFormat;
+  FormatText m_OutFormat;
   LONG m_OutMonthPos = -1;
   LONG m_OutDayPos = -1;
   LONG m_OutYearPos = -1;
@@ -158,8 +201,9 @@ class N7_EXPORT CDate {
   static CString m_BC;
 
  private:
-  void parseIn();
-  void parseOut();
+  // Take `format` as the input or output format and find its fields.
+  void parseIn(const wchar_t* format);
+  void parseOut(const wchar_t* format);
   void mdy_to_julian();
   void julian_to_mdy();
   void julian_to_dow();

@@ -4,8 +4,12 @@
 
 #include <array>
 #include <climits>
+#include <cstdint>
+#include <random>
 #include <string>
 
+#include "n7utility/Utility/DateReference_test.h"
+#include "n7utility/core/heap_counter_test.h"
 #include "n7utility/platform/kernel/ClockFixture_internal.h"
 #include "n7utility/platform/kernel/ManualClock.h"
 
@@ -92,6 +96,110 @@ TEST(DateDayNumber, ExtremesStayInRange) {
   date.SetMonth(INT_MAX);
   date.EOM();  // no month length: day 0
   EXPECT_EQ(Text(date), L"Invalid Date");
+}
+
+// The conversions checked against the floating-point reference: every day of the four-digit
+// years (both calendars, both sides of year 1), the whole of the first and last 400-year cycles
+// of the 32-bit day range, and a day in every 997 between, which meets every day of the cycle.
+// Mismatches are counted rather than asserted one by one, which keeps the loops fast.
+class DateConversions : public testing::Test {
+ protected:
+  // Day number to fields, and those fields back to a day number, for the days from `first` to
+  // `last` by `step`.
+  void CheckDays(std::int64_t first, std::int64_t last, std::int64_t step = 1) {
+    for (std::int64_t julian = first; julian <= last; julian += step) {
+      date_.Set(static_cast<long>(julian));
+      const date_reference::Fields fields = date_reference::FieldsOf(static_cast<int>(julian));
+      if (Mdy(date_) != Fields{fields.month, fields.day, fields.year}) Mismatch(julian);
+      CheckFields(fields.month, fields.day, fields.year);
+    }
+  }
+
+  void CheckFields(int month, int day, int year) {
+    date_.Set(month, day, year);
+    if (date_.Julian() != date_reference::DayNumber(month, day, year)) {
+      Mismatch(month, day, year);
+    }
+  }
+
+  void Mismatch(std::int64_t julian) {
+    if (mismatches_++ == 0) ADD_FAILURE() << "first mismatch: day number " << julian;
+  }
+  void Mismatch(int month, int day, int year) {
+    if (mismatches_++ == 0)
+      ADD_FAILURE() << "first mismatch: " << month << "/" << day << "/" << year;
+  }
+
+  CDate date_{0L, kUs4, nullptr};
+  long mismatches_ = 0;
+};
+
+TEST_F(DateConversions, EveryDayOfFourDigitYearsBothWays) {
+  CheckDays(date_reference::DayNumber(1, 1, -9999), date_reference::DayNumber(12, 31, 9999));
+  EXPECT_EQ(mismatches_, 0);
+}
+
+TEST_F(DateConversions, AcrossTheWholeDayRangeBothWays) {
+  constexpr std::int64_t kCycle = 146097;  // days of 400 Gregorian years
+  CheckDays(INT32_MIN, INT32_MIN + kCycle);
+  CheckDays(INT32_MAX - kCycle, INT32_MAX);
+  CheckDays(INT32_MIN, INT32_MAX, 997);
+  EXPECT_EQ(mismatches_, 0);
+}
+
+TEST_F(DateConversions, ImpossibleFieldsAroundTheCalendarSwitchAndYearOne) {
+  for (int year = -1700; year <= 2100; ++year) {
+    for (int month = -1; month <= 14; ++month) {
+      for (int day = -1; day <= 33; ++day) CheckFields(month, day, year);
+    }
+  }
+  EXPECT_EQ(mismatches_, 0);
+}
+
+// Gregorian dates take a shorter route up to the year 5,000,000: both sides of that year, with
+// days that overflow their month by far.
+TEST_F(DateConversions, FieldsAroundTheEndOfTheGregorianRoute) {
+  for (int year = 4'999'990; year <= 5'000'010; ++year) {
+    for (int month = -1; month <= 14; ++month) {
+      for (const int day : {INT_MIN, -1, 0, 1, 29, 31, 32, 1'000'000, INT_MAX}) {
+        CheckFields(month, day, year);
+      }
+    }
+  }
+  EXPECT_EQ(mismatches_, 0);
+}
+
+TEST_F(DateConversions, AnyFieldsAtAll) {
+  const std::array<int, 16> edges = {INT_MIN, INT_MIN + 1, -10001, -10000, -9999, -13,
+                                     -1,      0,           1,      2,      3,     12,
+                                     13,      9999,        19999,  INT_MAX};
+  for (const int month : edges) {
+    for (const int day : edges) {
+      for (const int year : edges) CheckFields(month, day, year);
+    }
+  }
+  std::mt19937 random(20240601);  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same draws every run
+  std::uniform_int_distribution<int> any(INT_MIN, INT_MAX);
+  for (int i = 0; i < 1000000; ++i) CheckFields(any(random), any(random), any(random));
+  EXPECT_EQ(mismatches_, 0);
+}
+
+// Dates are made per value in bulk (one per row read, one per field shown), so making one from
+// text or from fields, with formats of the usual lengths, must not go to the heap.
+TEST(DateConstruction, FromTextOrFieldsTakesNoHeap) {
+  if (!n7testing::CountsAllocations()) GTEST_SKIP() << "the sanitizer owns operator new";
+  const std::size_t before = n7testing::AllocationsOnThisThread();
+  {
+    const CDate by_fields(3, 15, 2017, L"dd.mm.yyyy", nullptr);
+    const CDate by_text(L"15.03.2017", L"DD.MM.YYYY", L"YYYY-MM-DD");
+    const CDate by_name(L"mar 15 2017", L"MON DD YYYY", nullptr);
+    const CDate by_number(2457827L, kUs4, nullptr);
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is what is measured
+    const CDate copy(by_text);
+    EXPECT_EQ(by_fields.Julian(), by_text.Julian());
+    EXPECT_EQ(by_name.Julian(), copy.Julian());
+  }
+  EXPECT_EQ(n7testing::AllocationsOnThisThread() - before, 0U);
 }
 
 TEST(DateCalendar, Questions) {
@@ -254,6 +362,41 @@ TEST(DateFormatting, OutputFormats) {
   EXPECT_EQ(Text(date), L"0044-03-05");
   date.SetOutFormat(L"MON DD");  // a field without a position is left out
   EXPECT_EQ(Text(date), L"MON 05");
+}
+
+// Formats longer than a date holds in itself, and changes between those and short ones.
+TEST(DateFormatting, LongFormatsAsShortOnes) {
+  CDate date(L"15/03/2017", L"day dd of month mm of year yyyy",
+             L"the year YYYY, the month MM, the day DD");
+  EXPECT_EQ(Text(date), L"THE YEAR 2017, THE MONTH 03, THE DAY 15");
+  CDate copy(date);
+  copy.SetInFormat(kUs4);
+  EXPECT_EQ(copy.GetInFormat(), kUs4);
+  EXPECT_EQ(Text(copy), L"THE YEAR 2017, THE MONTH 03, THE DAY 15");
+  copy = date;
+  EXPECT_EQ(copy.GetInFormat(), L"DAY DD OF MONTH MM OF YEAR YYYY");
+  copy.SetOutFormat(L"yyyy");
+  EXPECT_EQ(Text(copy), L"2017");
+}
+
+// Parsed formats are remembered by their text: a new text in the same buffer is a new format,
+// and the same text means different things as an input and as an output format.
+TEST(DateFormatting, FormatsAreKnownByTheirText) {
+  std::wstring format = L"MM/DD/YYYY";
+  const CDate us(L"03/04/2017", format.c_str(), format.c_str());
+  format.replace(0, 5, L"DD/MM");
+  CDate european(L"03/04/2017", format.c_str(), format.c_str());
+  EXPECT_EQ(Mdy(us), (Fields{3, 4, 2017}));
+  EXPECT_EQ(Mdy(european), (Fields{4, 3, 2017}));
+  EXPECT_EQ(Text(european), L"03/04/2017");
+
+  constexpr wchar_t kNamed[] = L"MON DD YYYY";
+  CDate out_first(3, 15, 2017, kUs4, kNamed);
+  EXPECT_EQ(Text(out_first), L"MON 15 2017");
+  const CDate in_then(L"Mar 15 2017", kNamed, kNamed);
+  EXPECT_EQ(Mdy(in_then), (Fields{3, 15, 2017}));
+  CDate out_then(3, 15, 2017, kUs4, kNamed);
+  EXPECT_EQ(Text(out_then), L"MON 15 2017");
 }
 
 TEST(DateFormatting, FormatsAreNormalisedAndCopied) {
