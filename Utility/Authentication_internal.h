@@ -9,7 +9,7 @@
 
 #include "n7utility/n7crypto/key.h"
 
-namespace N7A::internal {
+namespace N7A::impl {
 
 // A digest block: 16 digest bytes, then the form marker (00 00 for MD5, 11 11 for PBKDF2).
 inline constexpr std::size_t kDigestBlockSize = 18;
@@ -67,4 +67,4 @@ inline constexpr char kSourceFile[] = "Utility/Authentication";
 n7crypto::Key legacy_password_key(const std::vector<unsigned char>& salt, const std::string& userId,
                                   const std::string& legacyPassword);
 
-}  // namespace N7A::internal
+}  // namespace N7A::impl

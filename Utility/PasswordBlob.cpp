@@ -77,20 +77,20 @@ std::string trim(std::string_view text) {
 }
 
 int algorithm_of(std::string_view name) {
-  if (name == EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256) return internal::kAlgorithmPbkdf2Sha256;
-  if (name == EXTENDED_PASSWORD_ALGORITHM_LEGACY) return internal::kAlgorithmLegacy;
-  return internal::kAlgorithmNone;
+  if (name == EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256) return impl::kAlgorithmPbkdf2Sha256;
+  if (name == EXTENDED_PASSWORD_ALGORITHM_LEGACY) return impl::kAlgorithmLegacy;
+  return impl::kAlgorithmNone;
 }
 
 const char* algorithm_name(int algorithm) {
-  return algorithm == internal::kAlgorithmPbkdf2Sha256 ? EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256
-                                                       : EXTENDED_PASSWORD_ALGORITHM_LEGACY;
+  return algorithm == impl::kAlgorithmPbkdf2Sha256 ? EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256
+                                                   : EXTENDED_PASSWORD_ALGORITHM_LEGACY;
 }
 
 // Base64 of a secret, decoded into `out`; the text is wiped whatever happens.
 void decode_secret(std::string text, std::vector<unsigned char>& out) {
   const WipeOnExit wipe(text);
-  out = internal::decode_base64(text);
+  out = impl::decode_base64(text);
 }
 
 // The stored value of a legacy field, trimmed; the text as read is wiped.
@@ -110,7 +110,7 @@ void read_blob_field(n7serialize::TextReader& reader, const std::string& name,
   } else if (name == EXTENDED_PASSWORD_FIELD_LEGACY && legacy != nullptr) {
     *legacy = read_legacy(reader);
   } else if (name == EXTENDED_PASSWORD_FIELD_SALT && salt != nullptr) {
-    *salt = internal::decode_base64(reader.read_string());
+    *salt = impl::decode_base64(reader.read_string());
   } else if (name == EXTENDED_PASSWORD_FIELD_ALGORITHM && algorithm != nullptr) {
     *algorithm = algorithm_of(reader.read_string());
   } else if (name == EXTENDED_PASSWORD_FIELD_ITERATIONS && iterations != nullptr) {
@@ -126,7 +126,7 @@ unsigned int parse_iterations(std::string_view text) {
 
 }  // namespace
 
-namespace internal {
+namespace impl {
 
 n7crypto::Key legacy_password_key(const std::vector<unsigned char>& salt, const std::string& userId,
                                   const std::string& legacyPassword) {
@@ -164,8 +164,8 @@ void crack_extended_password_blob(const std::string& blob, std::vector<unsigned 
   if (iterations != nullptr) *iterations = 0;
   if (legacy != nullptr) legacy->clear();
   if (blob.empty()) {
-    raise_blob_error("Ill-formatted (empty) password blob",
-                     "internal::crack_extended_password_blob()", __LINE__);
+    raise_blob_error("Ill-formatted (empty) password blob", "impl::crack_extended_password_blob()",
+                     __LINE__);
   }
   // A damaged blob still yields what was read before the damage: callers decide from the
   // fields they got, so the reading error itself is dropped.
@@ -186,7 +186,7 @@ void crack_extended_password_blob(const std::string& blob, std::vector<unsigned 
 
 void crack_public_password_props(const std::string& props, std::vector<unsigned char>* salt,
                                  int* algorithm, unsigned int* iterations) {
-  static constexpr char kFunction[] = "internal::crack_public_password_props()";
+  static constexpr char kFunction[] = "impl::crack_public_password_props()";
   if (salt != nullptr) salt->clear();
   if (algorithm != nullptr) *algorithm = kAlgorithmNone;
   if (iterations != nullptr) *iterations = 0;
@@ -229,7 +229,7 @@ std::string make_public_password_props(const unsigned char* salt, std::size_t sa
   return out.str();
 }
 
-}  // namespace internal
+}  // namespace impl
 
 bool LooksLikeExtendedPassword(const std::string& text, std::string* legacy) {
   if (text.empty()) {
@@ -237,7 +237,7 @@ bool LooksLikeExtendedPassword(const std::string& text, std::string* legacy) {
     return false;
   }
   std::vector<unsigned char> hash;
-  internal::crack_extended_password_blob(text, nullptr, &hash, nullptr, nullptr, legacy);
+  impl::crack_extended_password_blob(text, nullptr, &hash, nullptr, nullptr, legacy);
   const bool found = !hash.empty();
   n7crypto::wipe(hash);
   return found;
@@ -284,7 +284,7 @@ void MakeLegacyExtendedPasswordBlob(const std::vector<unsigned char>& salt,
   std::string hashText;
   const WipeOnExit wipeHash(hashText);
   if (!userId.empty()) {
-    const n7crypto::Key hash = internal::legacy_password_key(salt, userId, legacyPassword);
+    const n7crypto::Key hash = impl::legacy_password_key(salt, userId, legacyPassword);
     hashText = n7core::base64_encode(hash.data(), hash.size());
   }
   const BlobField fields[] = {
@@ -296,7 +296,7 @@ void MakeLegacyExtendedPasswordBlob(const std::vector<unsigned char>& salt,
 }
 
 std::string MakeLegacyPublicPasswordProperties(const unsigned char* salt, unsigned int saltLength) {
-  return internal::make_public_password_props(salt, saltLength, internal::kAlgorithmLegacy, 0);
+  return impl::make_public_password_props(salt, saltLength, impl::kAlgorithmLegacy, 0);
 }
 
 }  // namespace N7A

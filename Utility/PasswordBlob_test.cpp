@@ -27,8 +27,8 @@ struct Fields {
 
 Fields crack(const std::string& blob) {
   Fields f;
-  internal::crack_extended_password_blob(blob, &f.salt, &f.hash, &f.algorithm, &f.iterations,
-                                         &f.legacy);
+  impl::crack_extended_password_blob(blob, &f.salt, &f.hash, &f.algorithm, &f.iterations,
+                                     &f.legacy);
   return f;
 }
 
@@ -47,9 +47,9 @@ std::string error_code_of(const std::string& props) {
   int algorithm = 0;
   unsigned int iterations = 0;
   const auto error = thrown_error(
-      [&] { internal::crack_public_password_props(props, &salt, &algorithm, &iterations); });
+      [&] { impl::crack_public_password_props(props, &salt, &algorithm, &iterations); });
   EXPECT_EQ(error.message, "Ill-formatted password blob");
-  EXPECT_EQ(error.function, "internal::crack_public_password_props()");
+  EXPECT_EQ(error.function, "impl::crack_public_password_props()");
   return error.code;
 }
 
@@ -64,7 +64,7 @@ TEST(PasswordBlob, MdgM2WritesAFreshPbkdf2Blob) {
   EXPECT_NE(a.salt[0], 0);
   EXPECT_NE(a.salt, b.salt);
   EXPECT_NE(a.hash, b.hash);
-  EXPECT_EQ(a.algorithm, internal::kAlgorithmPbkdf2Sha256);
+  EXPECT_EQ(a.algorithm, impl::kAlgorithmPbkdf2Sha256);
   EXPECT_EQ(a.iterations, 1024);
   const std::string legacy = n7core::to_string(MakePassword(L"Alice", L"s\u00E9same"));
   EXPECT_EQ(a.legacy, legacy);
@@ -91,7 +91,7 @@ TEST(PasswordBlob, LegacyBlobHashesTheStoredValue) {
   MakeLegacyExtendedPasswordBlob(salt, "bob", legacy, blob);
   const Fields f = crack(blob);
   EXPECT_EQ(f.salt, salt);
-  EXPECT_EQ(f.algorithm, internal::kAlgorithmLegacy);
+  EXPECT_EQ(f.algorithm, impl::kAlgorithmLegacy);
   EXPECT_EQ(f.iterations, 0);
   EXPECT_EQ(f.legacy, "");
   Bytes inner = sha256(bytes_of("bob:" + legacy));
@@ -118,7 +118,7 @@ TEST(PasswordBlob, ReadersRefuseWhatIsNotABlob) {
   const auto error = thrown_error([] { crack(""); });
   EXPECT_EQ(error.code, "error.n7crypto.srp.invalidArg.blob");
   EXPECT_EQ(error.message, "Ill-formatted (empty) password blob");
-  EXPECT_EQ(error.function, "internal::crack_extended_password_blob()");
+  EXPECT_EQ(error.function, "impl::crack_extended_password_blob()");
 }
 
 TEST(PasswordBlob, DamagedBlobKeepsTheFieldsBeforeTheDamage) {
@@ -141,8 +141,8 @@ TEST(PasswordBlob, DamagedBlobKeepsTheFieldsBeforeTheDamage) {
   EXPECT_TRUE(bad.hash.empty());
   EXPECT_EQ(bad.algorithm, 0);
   int algorithm = -1;
-  internal::crack_extended_password_blob(blob, nullptr, nullptr, &algorithm, nullptr, nullptr);
-  EXPECT_EQ(algorithm, internal::kAlgorithmPbkdf2Sha256);
+  impl::crack_extended_password_blob(blob, nullptr, nullptr, &algorithm, nullptr, nullptr);
+  EXPECT_EQ(algorithm, impl::kAlgorithmPbkdf2Sha256);
   // The legacy field is trimmed; an unknown algorithm name counts as none.
   const Fields odd = crack(R"(([("legacy" L" \tab\r\n"),("alg" "Legacy")]))");
   EXPECT_EQ(odd.legacy, "ab");
@@ -150,13 +150,13 @@ TEST(PasswordBlob, DamagedBlobKeepsTheFieldsBeforeTheDamage) {
 }
 
 TEST(PasswordBlob, Base64DecodingChecksEveryCharacter) {
-  EXPECT_EQ(internal::decode_base64("AAE="), (Bytes{0x00, 0x01}));
-  EXPECT_EQ(internal::decode_base64("AAE"), (Bytes{0x00, 0x01}));
-  EXPECT_EQ(internal::decode_base64("A==="), Bytes{});
-  EXPECT_THROW(internal::decode_base64("AAF="), n7core::ErrorException);  // bits left over
-  EXPECT_THROW(internal::decode_base64("AA=A"), n7core::ErrorException);
-  EXPECT_THROW(internal::decode_base64("A A="), n7core::ErrorException);
-  EXPECT_THROW(internal::decode_base64("AA\xC3\xA9"), n7core::ErrorException);
+  EXPECT_EQ(impl::decode_base64("AAE="), (Bytes{0x00, 0x01}));
+  EXPECT_EQ(impl::decode_base64("AAE"), (Bytes{0x00, 0x01}));
+  EXPECT_EQ(impl::decode_base64("A==="), Bytes{});
+  EXPECT_THROW(impl::decode_base64("AAF="), n7core::ErrorException);  // bits left over
+  EXPECT_THROW(impl::decode_base64("AA=A"), n7core::ErrorException);
+  EXPECT_THROW(impl::decode_base64("A A="), n7core::ErrorException);
+  EXPECT_THROW(impl::decode_base64("AA\xC3\xA9"), n7core::ErrorException);
 }
 
 TEST(PublicPasswordProperties, LegacyFormIsExactAndReadsBack) {
@@ -167,18 +167,17 @@ TEST(PublicPasswordProperties, LegacyFormIsExactAndReadsBack) {
   const std::string props = MakeLegacyPublicPasswordProperties(salt.data(), 16);
   EXPECT_EQ(props, "<passwd-props>\r\n  <salt>" + b64 +
                        "</salt>\r\n  <alg>legacy</alg>\r\n</passwd-props>\r\n");
-  EXPECT_EQ(
-      internal::make_public_password_props(salt.data(), 16, internal::kAlgorithmPbkdf2Sha256, 1024),
-      "<passwd-props>\r\n  <salt>" + b64 +
-          "</salt>\r\n  <alg>PBKDF2-SHA256</alg>\r\n  <iterations>1024</iterations>\r\n"
-          "</passwd-props>\r\n");
+  EXPECT_EQ(impl::make_public_password_props(salt.data(), 16, impl::kAlgorithmPbkdf2Sha256, 1024),
+            "<passwd-props>\r\n  <salt>" + b64 +
+                "</salt>\r\n  <alg>PBKDF2-SHA256</alg>\r\n  <iterations>1024</iterations>\r\n"
+                "</passwd-props>\r\n");
 
   Bytes read;
   int algorithm = -1;
   unsigned int iterations = 7;
-  internal::crack_public_password_props(props, &read, &algorithm, &iterations);
+  impl::crack_public_password_props(props, &read, &algorithm, &iterations);
   EXPECT_EQ(read, salt);
-  EXPECT_EQ(algorithm, internal::kAlgorithmLegacy);
+  EXPECT_EQ(algorithm, impl::kAlgorithmLegacy);
   EXPECT_EQ(iterations, 0u);
 }
 
@@ -186,11 +185,11 @@ TEST(PublicPasswordProperties, ReadsTrimmedValuesExactly) {
   const auto read = [](const std::string& alg, const std::string& count) {
     int algorithm = -1;
     unsigned int iterations = 7;
-    internal::crack_public_password_props("<passwd-props><alg>" + alg +
-                                              "</alg><x><alg>legacy</alg></x>"
-                                              "<iterations>" +
-                                              count + "</iterations></passwd-props>",
-                                          nullptr, &algorithm, &iterations);
+    impl::crack_public_password_props("<passwd-props><alg>" + alg +
+                                          "</alg><x><alg>legacy</alg></x>"
+                                          "<iterations>" +
+                                          count + "</iterations></passwd-props>",
+                                      nullptr, &algorithm, &iterations);
     return std::make_pair(algorithm, iterations);
   };
   EXPECT_EQ(read(" PBKDF2-SHA256\r\n", "\t4096 "), std::make_pair(1, 4096u));
@@ -210,8 +209,8 @@ TEST(PublicPasswordProperties, MalformedTextIsABlobError) {
   Bytes salt = {1};
   int algorithm = -1;
   unsigned int iterations = 7;
-  internal::crack_public_password_props("<other><salt>AQ==</salt><alg>legacy</alg></other>", &salt,
-                                        &algorithm, &iterations);
+  impl::crack_public_password_props("<other><salt>AQ==</salt><alg>legacy</alg></other>", &salt,
+                                    &algorithm, &iterations);
   EXPECT_TRUE(salt.empty());
   EXPECT_EQ(algorithm, 0);
   EXPECT_EQ(iterations, 0u);

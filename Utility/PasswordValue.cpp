@@ -20,7 +20,7 @@
 namespace N7A {
 namespace {
 
-constexpr std::size_t kStoredLength = 2 * internal::kDigestTextLength;
+constexpr std::size_t kStoredLength = 2 * impl::kDigestTextLength;
 constexpr std::size_t kChallengeSize = 16;
 constexpr int kPbkdf2Iterations = 4096;
 constexpr int kPbkdf2DigestSize = 16;
@@ -78,9 +78,9 @@ std::wstring md5_digest_text(const std::wstring& lowered, const std::wstring& pa
   if (keypad) md5.update("D", 1);
   update_with_terminator(md5, lowered);
   update_with_terminator(md5, password);
-  unsigned char block[internal::kDigestBlockSize] = {};
+  unsigned char block[impl::kDigestBlockSize] = {};
   md5.final(block);
-  return internal::encode_digest_text(block);
+  return impl::encode_digest_text(block);
 }
 
 std::wstring pbkdf2_digest_text(std::wstring lowered, const std::wstring& password, bool keypad) {
@@ -92,11 +92,11 @@ std::wstring pbkdf2_digest_text(std::wstring lowered, const std::wstring& passwo
   const Utf16Bytes salt(password, false);
   const n7crypto::Key derived = n7crypto::pbkdf2_sha1(
       key.data(), key.size(), salt.data(), salt.size(), kPbkdf2Iterations, kPbkdf2DigestSize);
-  unsigned char block[internal::kDigestBlockSize];
+  unsigned char block[impl::kDigestBlockSize];
   std::memcpy(block, derived.data(), kPbkdf2DigestSize);
   block[kPbkdf2DigestSize] = kPbkdf2Marker;
   block[kPbkdf2DigestSize + 1] = kPbkdf2Marker;
-  std::wstring text = internal::encode_digest_text(block);
+  std::wstring text = impl::encode_digest_text(block);
   n7crypto::wipe(block, sizeof block);
   return text;
 }
@@ -121,7 +121,7 @@ bool same_text(std::wstring_view a, std::wstring_view b) {
 
 }  // namespace
 
-namespace internal {
+namespace impl {
 
 std::wstring encode_digest_text(const unsigned char* block) {
   std::wstring text;
@@ -153,7 +153,7 @@ std::wstring lower_copy(const std::wstring& text) {
   return lowered;
 }
 
-}  // namespace internal
+}  // namespace impl
 
 std::wstring KeyMap(const std::wstring& text, bool markOthers) {
   const locale_t ctype = unicode_ctype();
@@ -177,9 +177,9 @@ std::wstring MakePassword(const std::wstring& userId, const std::wstring& passwo
   if (password.empty()) return {};
   std::wstring keypad_form = KeyMap(password, false);
   const WipeOnExit wipe_keypad(keypad_form);
-  std::wstring typed = internal::make_password_digest(userId, password, false, false);
+  std::wstring typed = impl::make_password_digest(userId, password, false, false);
   const WipeOnExit wipe_typed(typed);
-  std::wstring dialled = internal::make_password_digest(userId, keypad_form, true, false);
+  std::wstring dialled = impl::make_password_digest(userId, keypad_form, true, false);
   const WipeOnExit wipe_dialled(dialled);
   std::wstring stored;
   stored.reserve(typed.size() + dialled.size());
@@ -196,12 +196,12 @@ CString MakePassword(const wchar_t* userId, const wchar_t* password) {
 bool Validate(const std::wstring& userId, const std::wstring& password, bool keypad,
               const std::wstring& stored) {
   if (password.empty() || stored.size() != kStoredLength) return false;
-  const bool pbkdf2 = kPbkdf2FormCharacters.find(stored[internal::kDigestTextLength - 1]) !=
-                      std::wstring_view::npos;
-  std::wstring digest = internal::make_password_digest(userId, password, keypad, pbkdf2);
+  const bool pbkdf2 =
+      kPbkdf2FormCharacters.find(stored[impl::kDigestTextLength - 1]) != std::wstring_view::npos;
+  std::wstring digest = impl::make_password_digest(userId, password, keypad, pbkdf2);
   const WipeOnExit wipe(digest);
-  const std::size_t half = keypad ? internal::kDigestTextLength : 0;
-  return same_text(digest, std::wstring_view{stored}.substr(half, internal::kDigestTextLength));
+  const std::size_t half = keypad ? impl::kDigestTextLength : 0;
+  return same_text(digest, std::wstring_view{stored}.substr(half, impl::kDigestTextLength));
 }
 
 void MdgC(const unsigned char* data, int length, unsigned char* digest) {
@@ -213,7 +213,7 @@ void MdgC(const unsigned char* data, int length, unsigned char* digest) {
 void MdgR(const std::wstring& userId, const std::wstring& password, const unsigned char* challenge,
           unsigned char* digest) {
   n7crypto::Md5 md5;
-  update_with_terminator(md5, internal::lower_copy(userId));
+  update_with_terminator(md5, impl::lower_copy(userId));
   update_with_terminator(md5, password);
   md5.update(challenge, kChallengeSize);
   md5.final(digest);
@@ -222,7 +222,7 @@ void MdgR(const std::wstring& userId, const std::wstring& password, const unsign
 void MdgR(const std::wstring& userId, const unsigned char* first, const unsigned char* second,
           unsigned char* digest) {
   n7crypto::Md5 md5;
-  update_with_terminator(md5, internal::lower_copy(userId));
+  update_with_terminator(md5, impl::lower_copy(userId));
   md5.update(first, kChallengeSize);
   md5.update(second, kChallengeSize);
   md5.final(digest);

@@ -164,7 +164,7 @@ TEST(ValidateTest, ChecksValuesInThePbkdf2Form) {
   const std::wstring stored = pbkdf2_half(account.user, account.password, false) +
                               pbkdf2_half(account.user, account.keypad_digits, true);
   EXPECT_NE(std::wstring_view(L"AQgw").find(stored[21]), std::wstring_view::npos);
-  EXPECT_EQ(internal::make_password_digest(account.user, account.password, false, true),
+  EXPECT_EQ(impl::make_password_digest(account.user, account.password, false, true),
             stored.substr(0, 22));
   EXPECT_TRUE(Validate(account.user, account.password, false, stored));
   EXPECT_TRUE(Validate(account.user, account.keypad_digits, true, stored));
@@ -178,11 +178,11 @@ TEST(ValidateTest, ChecksValuesInThePbkdf2Form) {
 // The last letter of the alphabet, which the values above need not contain.
 TEST(DigestTextTest, AllBitsSetIsTheAlphabetsLastLetter) {
   const Bytes all_ones(18, 0xFF);
-  EXPECT_EQ(internal::encode_digest_text(all_ones.data()), std::wstring(22, L'.'));
+  EXPECT_EQ(impl::encode_digest_text(all_ones.data()), std::wstring(22, L'.'));
 }
 
 TEST(LowerCopyTest, LowersOnlyAToZ) {
-  EXPECT_EQ(internal::lower_copy(L"\u00c0Bc-Z\u0391"), L"\u00c0bc-z\u0391");
+  EXPECT_EQ(impl::lower_copy(L"\u00c0Bc-Z\u0391"), L"\u00c0bc-z\u0391");
 }
 
 TEST(MdgTest, DigestsTheBytesInTheirOrder) {

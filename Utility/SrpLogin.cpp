@@ -50,8 +50,7 @@ void copy_to(const n7crypto::Key& from, std::vector<unsigned char>& to) {
 // using x = 0 satisfies without knowing the password: both server rounds refuse it before
 // anything is computed.
 void require_password_hash(const std::vector<unsigned char>& hash, const char* function, int line) {
-  if (hash.empty())
-    internal::raise_blob_error("Ill-formatted (empty) password blob", function, line);
+  if (hash.empty()) impl::raise_blob_error("Ill-formatted (empty) password blob", function, line);
 }
 
 // The peer's iteration count as the derivation takes it. Counts beyond an int fail the checked
@@ -65,9 +64,9 @@ int bounded_iterations(unsigned int iterations) {
 }
 
 void require_known_algorithm(int algorithm, const char* function, int line) {
-  if (algorithm != internal::kAlgorithmPbkdf2Sha256 && algorithm != internal::kAlgorithmLegacy) {
+  if (algorithm != impl::kAlgorithmPbkdf2Sha256 && algorithm != impl::kAlgorithmLegacy) {
     n7core::throw_error(n7crypto::errors::srp_invalid_arg_hash_algorithm, "Unknown hash algorithm",
-                        n7core::SourceLocation(function, internal::kSourceFile, line));
+                        n7core::SourceLocation(function, impl::kSourceFile, line));
   }
 }
 
@@ -81,7 +80,7 @@ n7crypto::Key legacy_password_key_of(const std::vector<unsigned char>& salt,
   const WipeOnExit wipeStored(stored);
   std::string narrowStored = n7core::to_string(stored);
   const WipeOnExit wipeNarrow(narrowStored);
-  return internal::legacy_password_key(salt, userId, narrowStored);
+  return impl::legacy_password_key(salt, userId, narrowStored);
 }
 
 // The password key x the server's verifier was made from, derived as the properties say.
@@ -89,8 +88,7 @@ n7crypto::Key password_key(const std::string& userId, const std::string& passwor
                            const std::vector<unsigned char>& salt, int algorithm,
                            unsigned int iterations) {
   require_known_algorithm(algorithm, kCreateM1, __LINE__);
-  if (algorithm == internal::kAlgorithmLegacy)
-    return legacy_password_key_of(salt, userId, password);
+  if (algorithm == impl::kAlgorithmLegacy) return legacy_password_key_of(salt, userId, password);
   return n7crypto::pbkdf2_sha1(data_of(password), password.size(), data_of(salt), salt.size(),
                                bounded_iterations(iterations),
                                static_cast<int>(srp().digest_size()));
@@ -109,9 +107,9 @@ void SRPClientCreateM1(const std::string& userId, const std::string& password,
                        const std::vector<unsigned char>& B, n7crypto::Key& K,
                        std::vector<unsigned char>& M1) {
   std::vector<unsigned char> salt;
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   unsigned int iterations = 0;
-  internal::crack_public_password_props(props, &salt, &algorithm, &iterations);
+  impl::crack_public_password_props(props, &salt, &algorithm, &iterations);
   const n7crypto::Key x = password_key(userId, password, salt, algorithm, iterations);
   n7crypto::Key m1;
   n7crypto::Key clientK =
@@ -124,9 +122,9 @@ void SRPClientCreateM1(const std::string& userId, const std::string& password,
 bool SRPClientValidateM2(const std::string& props, const std::vector<unsigned char>& A,
                          const std::vector<unsigned char>& M1, const n7crypto::Key& K,
                          const std::vector<unsigned char>& M2) {
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   unsigned int iterations = 0;
-  internal::crack_public_password_props(props, nullptr, &algorithm, &iterations);
+  impl::crack_public_password_props(props, nullptr, &algorithm, &iterations);
   require_known_algorithm(algorithm, kValidateM2, __LINE__);
   return srp().client_verify(data_of(A), A.size(), data_of(M1), M1.size(), K, data_of(M2),
                              M2.size());
@@ -142,12 +140,12 @@ void MakeExtendedChallengeRound1(const std::string& /*userId*/, const std::strin
   props.clear();
   std::vector<unsigned char> hash;
   const WipeOnExit wipeHash(hash);
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
-  internal::crack_extended_password_blob(blob, &salt, &hash, &algorithm, &iterations, nullptr);
+  impl::crack_extended_password_blob(blob, &salt, &hash, &algorithm, &iterations, nullptr);
   require_password_hash(hash, kRound1, __LINE__);
   require_known_algorithm(algorithm, kRound1, __LINE__);
-  props = internal::make_public_password_props(salt.data(), salt.size(), algorithm, iterations);
+  props = impl::make_public_password_props(salt.data(), salt.size(), algorithm, iterations);
   // The verifier is made afresh from x at every login: the blob stores x, not v.
   const n7crypto::Key v = srp().create_password_verifier(data_of(hash), hash.size());
   n7crypto::Key serverB;
@@ -167,9 +165,9 @@ bool MakeExtendedChallengeRound2(const std::string& userId, const std::string& b
   std::vector<unsigned char> salt;
   std::vector<unsigned char> hash;
   const WipeOnExit wipeHash(hash);
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
-  internal::crack_extended_password_blob(blob, &salt, &hash, &algorithm, &iterations, nullptr);
+  impl::crack_extended_password_blob(blob, &salt, &hash, &algorithm, &iterations, nullptr);
   require_password_hash(hash, kRound2, __LINE__);
   n7crypto::Key m2;
   if (!srp().server_authenticate(data_of(userId), userId.size(), data_of(salt), salt.size(),

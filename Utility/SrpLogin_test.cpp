@@ -215,8 +215,8 @@ TEST(Login, EveryRefusalHasItsCodeMessageAndLocation) {
   constexpr char kAlgorithm[] = "error.n7crypto.srp.invalidArg.hashAlgorithm";
   constexpr char kSize[] = "error.n7crypto.srp.invalidArg.size";
   constexpr char kViolation[] = "error.n7crypto.srp.protocolViolation";
-  constexpr char kPropsReader[] = "internal::crack_public_password_props()";
-  constexpr char kBlobReader[] = "internal::crack_extended_password_blob()";
+  constexpr char kPropsReader[] = "impl::crack_public_password_props()";
+  constexpr char kBlobReader[] = "impl::crack_extended_password_blob()";
   constexpr char kMalformed[] = "Ill-formatted password blob";
   constexpr char kEmptyBlob[] = "Ill-formatted (empty) password blob";
   constexpr char kUnknown[] = "Unknown hash algorithm";

@@ -26,12 +26,12 @@
 namespace {
 
 using n7fuzz::check;
-namespace internal = N7A::internal;
+namespace impl = N7A::impl;
 
 struct BlobFields {
   std::vector<unsigned char> salt;
   std::vector<unsigned char> hash;
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   int iterations = 0;
   std::string legacy;
   bool operator==(const BlobFields&) const = default;
@@ -39,16 +39,16 @@ struct BlobFields {
 
 BlobFields CrackBlob(const std::string& blob) {
   BlobFields fields;
-  internal::crack_extended_password_blob(blob, &fields.salt, &fields.hash, &fields.algorithm,
-                                         &fields.iterations, &fields.legacy);
+  impl::crack_extended_password_blob(blob, &fields.salt, &fields.hash, &fields.algorithm,
+                                     &fields.iterations, &fields.legacy);
   return fields;
 }
 
 const char* AlgorithmName(int algorithm) {
   switch (algorithm) {
-    case internal::kAlgorithmPbkdf2Sha256:
+    case impl::kAlgorithmPbkdf2Sha256:
       return N7A::EXTENDED_PASSWORD_ALGORITHM_PBKDF2_SHA256;
-    case internal::kAlgorithmLegacy:
+    case impl::kAlgorithmLegacy:
       return N7A::EXTENDED_PASSWORD_ALGORITHM_LEGACY;
     default:
       return "none";
@@ -85,21 +85,20 @@ std::string WriteBlob(const BlobFields& fields) {
 
 struct PropsFields {
   std::vector<unsigned char> salt;
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   unsigned int iterations = 0;
   bool operator==(const PropsFields&) const = default;
 };
 
 PropsFields CrackProps(const std::string& props) {
   PropsFields fields;
-  internal::crack_public_password_props(props, &fields.salt, &fields.algorithm, &fields.iterations);
+  impl::crack_public_password_props(props, &fields.salt, &fields.algorithm, &fields.iterations);
   return fields;
 }
 
 std::string MakeProps(const PropsFields& fields) {
-  return internal::make_public_password_props(fields.salt.data(), fields.salt.size(),
-                                              fields.algorithm,
-                                              static_cast<int>(fields.iterations));
+  return impl::make_public_password_props(fields.salt.data(), fields.salt.size(), fields.algorithm,
+                                          static_cast<int>(fields.iterations));
 }
 
 // A client's A, made once: the server's first round needs one.
@@ -117,8 +116,8 @@ const std::vector<unsigned char>& ClientA() {
 // value (which the server does not ask for, so a bad one does not stop its read).
 void CheckServerProps(const std::string& blob) {
   BlobFields fields;
-  internal::crack_extended_password_blob(blob, &fields.salt, &fields.hash, &fields.algorithm,
-                                         &fields.iterations, nullptr);
+  impl::crack_extended_password_blob(blob, &fields.salt, &fields.hash, &fields.algorithm,
+                                     &fields.iterations, nullptr);
   std::vector<unsigned char> salt;
   std::vector<unsigned char> B;
   n7crypto::Key K;
@@ -131,9 +130,9 @@ void CheckServerProps(const std::string& blob) {
   const PropsFields sent = CrackProps(props);
   check(sent.salt == fields.salt && salt == fields.salt, "server properties changed the salt");
   const int algorithm =
-      fields.algorithm == internal::kAlgorithmNone ? internal::kAlgorithmLegacy : fields.algorithm;
+      fields.algorithm == impl::kAlgorithmNone ? impl::kAlgorithmLegacy : fields.algorithm;
   check(sent.algorithm == algorithm, "server properties changed the algorithm");
-  if (algorithm == internal::kAlgorithmPbkdf2Sha256 && fields.iterations >= 0) {
+  if (algorithm == impl::kAlgorithmPbkdf2Sha256 && fields.iterations >= 0) {
     check(sent.iterations == static_cast<unsigned int>(fields.iterations),
           "server properties changed the iteration count");
   }
@@ -145,7 +144,7 @@ void CheckBlob(const std::string& blob) {
   // That read can go further than one asking for every field (a bad field not asked for is
   // skipped), so a later duplicate hash field may replace the hash the full read found.
   std::vector<unsigned char> hash_alone;
-  internal::crack_extended_password_blob(blob, nullptr, &hash_alone, nullptr, nullptr, nullptr);
+  impl::crack_extended_password_blob(blob, nullptr, &hash_alone, nullptr, nullptr, nullptr);
   check(N7A::LooksLikeExtendedPassword(blob, nullptr) == !hash_alone.empty(),
         "whether a blob is extended does not follow its hash");
   check(CrackBlob(WriteBlob(fields)) == fields, "blob fields changed on a round trip");
@@ -159,8 +158,8 @@ void CheckProps(const std::string& props) {
   } catch (const n7core::ErrorException&) {
     return;  // malformed XML or base64
   }
-  if (fields.algorithm == internal::kAlgorithmNone || fields.iterations > INT_MAX) return;
-  if (fields.algorithm != internal::kAlgorithmPbkdf2Sha256) fields.iterations = 0;  // not written
+  if (fields.algorithm == impl::kAlgorithmNone || fields.iterations > INT_MAX) return;
+  if (fields.algorithm != impl::kAlgorithmPbkdf2Sha256) fields.iterations = 0;  // not written
   const std::string made = MakeProps(fields);
   const PropsFields reread = CrackProps(made);
   check(reread == fields, "properties fields changed on a round trip");
@@ -179,8 +178,8 @@ void WriteSeeds(const std::filesystem::path& directory) {
                      N7A::MakeLegacyPublicPasswordProperties(salt.data(), 16));
   const BlobFields fields = CrackBlob(blob);
   n7fuzz::write_seed(directory, "props",
-                     internal::make_public_password_props(fields.salt.data(), fields.salt.size(),
-                                                          fields.algorithm, fields.iterations));
+                     impl::make_public_password_props(fields.salt.data(), fields.salt.size(),
+                                                      fields.algorithm, fields.iterations));
 }
 
 }  // namespace

@@ -24,7 +24,7 @@
 namespace {
 
 using n7fuzz::check;
-namespace internal = N7A::internal;
+namespace impl = N7A::impl;
 
 constexpr unsigned int kMinIterations = 1;
 constexpr unsigned int kMaxIterations = 10'000'000;
@@ -54,13 +54,13 @@ const Exchange& TheExchange() {
 // malformed do not count.
 bool Pbkdf2Count(const std::string& props, unsigned int* iterations) {
   std::vector<unsigned char> salt;
-  int algorithm = internal::kAlgorithmNone;
+  int algorithm = impl::kAlgorithmNone;
   try {
-    internal::crack_public_password_props(props, &salt, &algorithm, iterations);
+    impl::crack_public_password_props(props, &salt, &algorithm, iterations);
   } catch (const n7core::ErrorException&) {
     return false;
   }
-  return algorithm == internal::kAlgorithmPbkdf2Sha256;
+  return algorithm == impl::kAlgorithmPbkdf2Sha256;
 }
 
 void CheckClient(const std::string& props) {
@@ -99,11 +99,11 @@ void WriteSeeds(const std::filesystem::path& directory) {
   std::vector<unsigned char> salt(32);
   for (std::size_t i = 0; i < salt.size(); ++i) salt[i] = static_cast<unsigned char>(i);
   n7fuzz::write_seed(directory, "pbkdf2",
-                     internal::make_public_password_props(salt.data(), salt.size(),
-                                                          internal::kAlgorithmPbkdf2Sha256, 1024));
-  n7fuzz::write_seed(directory, "pbkdf2_one",
-                     internal::make_public_password_props(salt.data(), salt.size(),
-                                                          internal::kAlgorithmPbkdf2Sha256, 1));
+                     impl::make_public_password_props(salt.data(), salt.size(),
+                                                      impl::kAlgorithmPbkdf2Sha256, 1024));
+  n7fuzz::write_seed(
+      directory, "pbkdf2_one",
+      impl::make_public_password_props(salt.data(), salt.size(), impl::kAlgorithmPbkdf2Sha256, 1));
   n7fuzz::write_seed(directory, "legacy", N7A::MakeLegacyPublicPasswordProperties(salt.data(), 16));
 }
 

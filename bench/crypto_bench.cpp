@@ -56,8 +56,8 @@ BENCHMARK(BM_Pbkdf2_OpenSSL)->Apply(ShapeArgs);
 
 void BM_Sha1CompressionBound(benchmark::State& state) {
   const long compressions = 2L * Blocks(static_cast<int>(state.range(0))) * state.range(1);
-  n7crypto::internal::Sha1 chain;
-  unsigned char block[n7crypto::internal::Sha1::kBlockSize] = {1, 2, 3};
+  n7crypto::impl::Sha1 chain;
+  unsigned char block[n7crypto::impl::Sha1::kBlockSize] = {1, 2, 3};
   for (auto _ : state) {
     // Each compression starts from the previous one's result, as in PBKDF2.
     for (long i = 0; i < compressions; ++i) chain.compress_from(chain, block);
@@ -83,8 +83,8 @@ void BM_Validate_Pbkdf2(benchmark::State& state) {
   const std::wstring user = L"Operator", password = L"Night-Shift 7";
   // A value in the PBKDF2 form: both halves as the library computes that form.
   const std::wstring stored =
-      N7A::internal::make_password_digest(user, password, false, true) +
-      N7A::internal::make_password_digest(user, N7A::KeyMap(password, false), true, true);
+      N7A::impl::make_password_digest(user, password, false, true) +
+      N7A::impl::make_password_digest(user, N7A::KeyMap(password, false), true, true);
   for (auto _ : state) benchmark::DoNotOptimize(N7A::Validate(user, password, false, stored));
 }
 BENCHMARK(BM_Validate_Pbkdf2)->Unit(benchmark::kMicrosecond);

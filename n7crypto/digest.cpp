@@ -7,7 +7,7 @@
 #include "n7utility/n7crypto/errors.h"
 #include "n7utility/platform/base/windows_types.h"
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 namespace {
 
 constexpr char kSourceFile[] = "n7crypto/digest";
@@ -35,7 +35,7 @@ void check_srp_step(int result, const char* function, const char* message, int l
 // ---- UncheckedDigest ----
 
 UncheckedDigest::UncheckedDigest(const EVP_MD* md)
-    : context_(new_context("n7crypto::internal::UncheckedDigest::UncheckedDigest()")) {
+    : context_(new_context("n7crypto::impl::UncheckedDigest::UncheckedDigest()")) {
   EVP_DigestInit_ex(context_, md, nullptr);
 }
 
@@ -53,10 +53,10 @@ void UncheckedDigest::final(unsigned char* out) noexcept {
 // ---- ScopedDigester ----
 
 ScopedDigester::ScopedDigester(const EVP_MD* md)
-    : context_(new_context("n7crypto::internal::ScopedDigester::ScopedDigester()")) {
+    : context_(new_context("n7crypto::impl::ScopedDigester::ScopedDigester()")) {
   if (EVP_DigestInit_ex(context_, md, nullptr) == 0) {
     EVP_MD_CTX_free(context_);
-    raise_srp_error("n7crypto::internal::ScopedDigester::ScopedDigester()",
+    raise_srp_error("n7crypto::impl::ScopedDigester::ScopedDigester()",
                     "Error computing SRP values (hash digest init failed)", __LINE__);
   }
 }
@@ -65,7 +65,7 @@ ScopedDigester::~ScopedDigester() { EVP_MD_CTX_free(context_); }
 
 void ScopedDigester::update(const unsigned char* data, std::size_t length) {
   check_srp_step(EVP_DigestUpdate(context_, data, length),
-                 "n7crypto::internal::ScopedDigester::update()",
+                 "n7crypto::impl::ScopedDigester::update()",
                  "Error computing SRP values (hash digest update failed)", __LINE__);
 }
 
@@ -75,7 +75,7 @@ void ScopedDigester::update(const char* data, std::size_t length) {
 
 void ScopedDigester::final(unsigned char* out) {
   check_srp_step(EVP_DigestFinal_ex(context_, out, nullptr),
-                 "n7crypto::internal::ScopedDigester::final()",
+                 "n7crypto::impl::ScopedDigester::final()",
                  "Error computing SRP values (hash digest final failed)", __LINE__);
 }
 
@@ -83,7 +83,7 @@ std::size_t ScopedDigester::size() const noexcept {
   return static_cast<std::size_t>(EVP_MD_CTX_get_size(context_));
 }
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl
 
 namespace n7crypto {
 

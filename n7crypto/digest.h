@@ -14,7 +14,7 @@ struct evp_md_st;
 struct evp_md_ctx_st;
 
 namespace n7crypto {
-namespace internal {
+namespace impl {
 
 // What the fixed digests share: one context, started on the algorithm the derived class names.
 class N7_EXPORT UncheckedDigest {
@@ -34,15 +34,15 @@ class N7_EXPORT UncheckedDigest {
   evp_md_ctx_st* context_;
 };
 
-}  // namespace internal
+}  // namespace impl
 
-class N7_EXPORT Sha256 final : public internal::UncheckedDigest {
+class N7_EXPORT Sha256 final : public impl::UncheckedDigest {
  public:
   static constexpr std::size_t kDigestSize = 32;
   Sha256();
 };
 
-class N7_EXPORT Md5 final : public internal::UncheckedDigest {
+class N7_EXPORT Md5 final : public impl::UncheckedDigest {
  public:
   static constexpr std::size_t kDigestSize = 16;
   Md5();

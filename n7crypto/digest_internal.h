@@ -7,7 +7,7 @@
 struct evp_md_st;
 struct evp_md_ctx_st;
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 
 class ScopedDigester {
  public:
@@ -28,4 +28,4 @@ class ScopedDigester {
   evp_md_ctx_st* context_;
 };
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl

@@ -67,7 +67,7 @@ TEST(Sha256Test, ReproducesTheStandardsExamples) {
 }
 
 TEST(ScopedDigesterTest, DigestsWithTheChosenAlgorithm) {
-  internal::ScopedDigester sha1(EVP_sha1());
+  impl::ScopedDigester sha1(EVP_sha1());
   EXPECT_EQ(sha1.size(), 20u);
   const unsigned char a[] = {'a'};
   sha1.update(a, 1);
@@ -76,7 +76,7 @@ TEST(ScopedDigesterTest, DigestsWithTheChosenAlgorithm) {
   sha1.final(out);
   EXPECT_EQ(hex(out, 20), "a9993e364706816aba3e25717850c26c9cd0d89d");
 
-  internal::ScopedDigester sha256(EVP_sha256());
+  impl::ScopedDigester sha256(EVP_sha256());
   EXPECT_EQ(sha256.size(), 32u);
   sha256.update("abc", 3);
   sha256.final(out);
@@ -84,8 +84,7 @@ TEST(ScopedDigesterTest, DigestsWithTheChosenAlgorithm) {
 }
 
 TEST(ScopedDigesterTest, FailedStartIsAnSrpError) {
-  const auto error =
-      n7core::test_support::thrown_error([] { internal::ScopedDigester none(nullptr); });
+  const auto error = n7core::test_support::thrown_error([] { impl::ScopedDigester none(nullptr); });
   EXPECT_EQ(error.code, "error.n7crypto.srp");
   EXPECT_EQ(error.message, "Error computing SRP values (hash digest init failed)");
 }

@@ -5,7 +5,7 @@
 
 #include "n7utility/n7crypto/wipe.h"
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 namespace {
 
 constexpr unsigned char kInnerPad = 0x36;
@@ -85,4 +85,4 @@ void Hmac::xor_chained_macs(unsigned char* u, unsigned char* t, int rounds) noex
   std::memcpy(u, digest_block_, kDigestSize);
 }
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl

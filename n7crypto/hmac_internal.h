@@ -10,7 +10,7 @@
 
 #include "n7utility/n7crypto/sha1_internal.h"
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 
 class Hmac {
  public:
@@ -43,4 +43,4 @@ class Hmac {
   unsigned char digest_block_[Sha1::kBlockSize];
 };
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl

@@ -12,7 +12,7 @@
 #include "n7utility/platform/base/windows_types.h"
 
 namespace n7crypto {
-namespace internal {
+namespace impl {
 namespace {
 
 std::atomic<ReleaseObserver> release_observer{nullptr};
@@ -27,7 +27,7 @@ unsigned char* allocate_zeroed(std::size_t size) {
   void* memory = std::calloc(size, 1);  // NOLINT(cppcoreguidelines-no-malloc)
   if (memory == nullptr) {
     n7core::throw_winerror(
-        n7core::SourceLocation("n7crypto::internal::allocate_zeroed()", "n7crypto/key", __LINE__),
+        n7core::SourceLocation("n7crypto::impl::allocate_zeroed()", "n7crypto/key", __LINE__),
         ERROR_OUTOFMEMORY, true);
   }
   return static_cast<unsigned char*>(memory);
@@ -40,7 +40,7 @@ void wipe_and_free(unsigned char* data, std::size_t size) noexcept {
   std::free(data);  // NOLINT(cppcoreguidelines-no-malloc)
 }
 
-}  // namespace internal
+}  // namespace impl
 
 namespace {
 
@@ -54,7 +54,7 @@ std::uint32_t capacity_for(std::size_t size) {
 Key::Key(std::size_t size)
     : capacity_(capacity_for(size)),
       size_(static_cast<std::uint32_t>(size)),
-      data_(internal::allocate_zeroed(capacity_)) {}
+      data_(impl::allocate_zeroed(capacity_)) {}
 
 Key::Key(Key&& other) noexcept
     : capacity_(std::exchange(other.capacity_, 0)),
@@ -76,9 +76,9 @@ Key::~Key() { release(); }
 void Key::resize(std::size_t size) {
   const std::uint32_t capacity = capacity_for(size);
   if (capacity > capacity_) {
-    unsigned char* grown = internal::allocate_zeroed(capacity);
+    unsigned char* grown = impl::allocate_zeroed(capacity);
     if (size_ != 0) std::memcpy(grown, data_, size_);
-    internal::wipe_and_free(data_, capacity_);
+    impl::wipe_and_free(data_, capacity_);
     data_ = grown;
     capacity_ = capacity;
   } else if (size < size_) {
@@ -88,7 +88,7 @@ void Key::resize(std::size_t size) {
 }
 
 void Key::release() noexcept {
-  internal::wipe_and_free(data_, capacity_);
+  impl::wipe_and_free(data_, capacity_);
   capacity_ = 0;
   size_ = 0;
   data_ = nullptr;

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 
 // Called with each buffer of a Key after it was wiped and before it is freed.
 using ReleaseObserver = void (*)(const unsigned char* data, std::size_t size);
@@ -19,4 +19,4 @@ unsigned char* allocate_zeroed(std::size_t size);
 // Overwrites `size` bytes at `data` and frees them; null does nothing.
 void wipe_and_free(unsigned char* data, std::size_t size) noexcept;
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl

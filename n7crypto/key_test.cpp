@@ -41,9 +41,9 @@ class KeyTest : public ::testing::Test {
  protected:
   void SetUp() override {
     releases().clear();
-    internal::set_release_observer(record_release);
+    impl::set_release_observer(record_release);
   }
-  void TearDown() override { internal::set_release_observer(nullptr); }
+  void TearDown() override { impl::set_release_observer(nullptr); }
 };
 
 TEST_F(KeyTest, CapacityIsTheSizeRoundedUpToEightAndEveryByteStartsZero) {

@@ -10,7 +10,7 @@
 namespace n7crypto {
 namespace {
 
-using internal::Hmac;
+using impl::Hmac;
 
 // A digest-sized temporary that is wiped when it goes out of scope.
 struct WipedDigest {

@@ -110,13 +110,13 @@ TEST(HmacTest, EqualsOpenSslForKeysAroundTheBlockSizeAndAcrossMessages) {
   std::mt19937 random(7);
   for (const std::size_t key_size : {0u, 1u, 20u, 63u, 64u, 65u, 100u, 200u}) {
     const Bytes key = random_bytes(random, key_size);
-    internal::Hmac hmac(key.data(), key.size());
+    impl::Hmac hmac(key.data(), key.size());
     for (const std::size_t message_size : {0u, 20u, 55u, 56u, 64u, 130u}) {
       const Bytes message = random_bytes(random, message_size);
       hmac.reset();
       hmac.update(message.data(), message_size / 3);
       hmac.update(message.data() + message_size / 3, message_size - message_size / 3);
-      unsigned char out[internal::Hmac::kDigestSize];
+      unsigned char out[impl::Hmac::kDigestSize];
       hmac.final(out);
       EXPECT_EQ(hex(out, sizeof out), hex(hmac_of(key, message)))
           << "key " << key_size << " B, message " << message_size << " B";
@@ -126,7 +126,7 @@ TEST(HmacTest, EqualsOpenSslForKeysAroundTheBlockSizeAndAcrossMessages) {
 
 TEST(HmacTest, ChainedMacsEqualTheGeneralPathAndLeaveTheMessageInProgress) {
   const Bytes key = bytes_of("a key"), first = bytes_of("first half "), rest = bytes_of("rest");
-  internal::Hmac hmac(key.data(), key.size());
+  impl::Hmac hmac(key.data(), key.size());
   hmac.update(first.data(), first.size());
   Bytes u(20), t(20, 0x5A);
   for (std::size_t i = 0; i < u.size(); ++i) u[i] = static_cast<unsigned char>(i * 13);

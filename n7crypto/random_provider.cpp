@@ -10,11 +10,11 @@
 #include "n7utility/platform/base/NoDestructor.h"
 
 namespace n7crypto {
-namespace internal {
+namespace impl {
 namespace {
 
 constexpr n7core::SourceLocation here(int line) {
-  return n7core::SourceLocation("n7crypto::internal::DefaultRandomProviderImpl::generate_random()",
+  return n7core::SourceLocation("n7crypto::impl::DefaultRandomProviderImpl::generate_random()",
                                 "n7crypto/random_provider", line);
 }
 
@@ -37,11 +37,11 @@ void DefaultRandomProviderImpl::generate_random(unsigned char* buffer, int size)
   }
 }
 
-}  // namespace internal
+}  // namespace impl
 
 RandomProviderPtr get_default_random_provider() {
   // Never destroyed: threads that outlive static destruction may still draw random bytes.
-  static n7platform::NoDestructor<internal::DefaultRandomProviderImpl> provider;
+  static n7platform::NoDestructor<impl::DefaultRandomProviderImpl> provider;
   // An empty owner with a pointer: the handle's ownership word stays null.
   return RandomProviderPtr(RandomProviderPtr(), provider.get());
 }

@@ -28,7 +28,7 @@ class N7_EXPORT IRandomProvider {
 // destroys the provider.
 using RandomProviderPtr = std::shared_ptr<IRandomProvider>;
 
-namespace internal {
+namespace impl {
 
 // The only implementation: OpenSSL's generator, given the cycle counter as extra input on every
 // call. Holds no state and takes no lock; OpenSSL serialises its own pool, so any number of
@@ -39,7 +39,7 @@ class N7_EXPORT DefaultRandomProviderImpl final : public IRandomProvider {
   void generate_random(unsigned char* buffer, int size) override;
 };
 
-}  // namespace internal
+}  // namespace impl
 
 // The process-wide default provider; the same one on every call.
 N7_EXPORT RandomProviderPtr get_default_random_provider();

@@ -7,7 +7,7 @@
 
 #include <openssl/crypto.h>
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 Sha1::Sha1() noexcept { SHA1_Init(&context_); }
 
 Sha1::~Sha1() { n7crypto::wipe(&context_, sizeof context_); }
@@ -27,4 +27,4 @@ void Sha1::compress_from(const Sha1& start, const unsigned char* block) noexcept
   SHA1_Transform(&context_, block);
 }
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl

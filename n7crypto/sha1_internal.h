@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace n7crypto::internal {
+namespace n7crypto::impl {
 
 class Sha1 {
  public:
@@ -54,4 +54,4 @@ class Sha1 {
   SHA_CTX context_;
 };
 
-}  // namespace n7crypto::internal
+}  // namespace n7crypto::impl

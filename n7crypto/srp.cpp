@@ -165,7 +165,7 @@ BN_MONT_CTX* montgomery_form(const BIGNUM* n, const char* function) {
 
 // The hash of the concatenated parts, written to `out` (the digest's size).
 void hash_into(const EVP_MD* md, std::initializer_list<Bytes> parts, unsigned char* out) {
-  internal::ScopedDigester digester(md);
+  impl::ScopedDigester digester(md);
   for (const Bytes& part : parts) digester.update(part.data, part.size);
   digester.final(out);
 }

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace n7xml::internal {
+namespace n7xml::impl {
 
 enum CharClass : std::uint16_t {
   kLetter = 0x1,  // BaseChar
@@ -178,4 +178,4 @@ constexpr std::uint16_t char_class(char32_t c) noexcept {
   return low < kCharRanges.size() && kCharRanges[low].first <= c ? kCharRanges[low].char_class : 0;
 }
 
-}  // namespace n7xml::internal
+}  // namespace n7xml::impl

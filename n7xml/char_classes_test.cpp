@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace n7xml::internal {
+namespace n7xml::impl {
 namespace {
 
 TEST(CharClassesTest, TableIsSortedAndDisjointWithTheLatin1RangesFirst) {
@@ -60,4 +60,4 @@ TEST(CharClassesTest, ClassesAtRangeEdgesAndGaps) {
 }
 
 }  // namespace
-}  // namespace n7xml::internal
+}  // namespace n7xml::impl

@@ -27,7 +27,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Malformed input: the expected outcome for most inputs.
   }
   const std::string_view text(document.data(), document.size());
-  if (n7xml::internal::reader_trace(text, false) != n7xml::internal::reader_trace(text, true))
-    std::abort();
+  if (n7xml::impl::reader_trace(text, false) != n7xml::impl::reader_trace(text, true)) std::abort();
   return 0;
 }

@@ -12,7 +12,7 @@
 #include "n7utility/n7xml/string_tokenizer.h"
 #include "n7utility/n7xml/text_scan_internal.h"
 
-namespace n7xml::internal {
+namespace n7xml::impl {
 
 // Sets the scanners for the life of the object, then restores the vector ones.
 class ScopedPlainScanners {
@@ -62,4 +62,4 @@ inline std::string reader_trace(std::string_view document, bool plain) {
   return out;
 }
 
-}  // namespace n7xml::internal
+}  // namespace n7xml::impl

@@ -26,7 +26,7 @@ const char* token_kind_name(TokenKind kind) noexcept {
   return index >= 1 && index <= std::size(kNames) ? kNames[index - 1] : "Unknown";
 }
 
-namespace internal {
+namespace impl {
 namespace {
 
 constexpr char kSourceFile[] = "n7xml/string_tokenizer";
@@ -768,5 +768,5 @@ n7core::RefCountPtr<const n7core::ErrorInfo> XmlStringTokenizerBase::compose_err
   return composer.info();
 }
 
-}  // namespace internal
+}  // namespace impl
 }  // namespace n7xml

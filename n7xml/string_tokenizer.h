@@ -80,7 +80,7 @@ N7_EXPORT extern const n7core::ErrorCode
     tokenizer_syntax_error;  // error.n7xml.tokenizer.syntaxError
 }  // namespace errors
 
-namespace internal {
+namespace impl {
 
 struct TextStops;
 
@@ -215,10 +215,10 @@ class N7_EXPORT XmlStringTokenizerBase : public IXmlTokenizer {
   std::array<QueuedToken, kQueueSize> queue_;
 };
 
-}  // namespace internal
+}  // namespace impl
 
 // The tokenizer over a document in memory.
-class N7_EXPORT XmlStringTokenizer final : public internal::XmlStringTokenizerBase {
+class N7_EXPORT XmlStringTokenizer final : public impl::XmlStringTokenizerBase {
  public:
   // `data` (UTF-8, `length` bytes) is neither copied nor checked here, and must outlive the
   // tokenizer. `uri` names the document in error messages; null for none. Lines are numbered

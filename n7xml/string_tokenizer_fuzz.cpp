@@ -51,6 +51,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   check(tokenizer.next_token() == n7xml::TokenKind::Error);
   const std::string_view text(document.data(), document.size());
-  check(n7xml::internal::token_trace(text, false) == n7xml::internal::token_trace(text, true));
+  check(n7xml::impl::token_trace(text, false) == n7xml::impl::token_trace(text, true));
   return 0;
 }

@@ -23,7 +23,7 @@
 #include <emmintrin.h>
 #endif
 
-namespace n7xml::internal {
+namespace n7xml::impl {
 
 using Byte = unsigned char;
 
@@ -216,4 +216,4 @@ inline NameScan read_name(const Byte* p, const Byte* end) noexcept {
   return {p, true};
 }
 
-}  // namespace n7xml::internal
+}  // namespace n7xml::impl

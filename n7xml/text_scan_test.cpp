@@ -11,7 +11,7 @@
 
 #include "n7utility/n7xml/scan_check_internal.h"
 
-namespace n7xml::internal {
+namespace n7xml::impl {
 namespace {
 
 const Byte* bytes(const std::string& text) { return reinterpret_cast<const Byte*>(text.data()); }
@@ -127,4 +127,4 @@ TEST(TextScanTest, TokenStreamsOfSeedDocumentsAgree) {
 }
 
 }  // namespace
-}  // namespace n7xml::internal
+}  // namespace n7xml::impl
