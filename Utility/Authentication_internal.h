@@ -57,7 +57,8 @@ std::string make_public_password_props(const unsigned char* salt, std::size_t sa
 // whole byte that are not zero.
 std::vector<unsigned char> decode_base64(std::string_view text);
 
-// The file label the login's errors carry, whichever file raises them.
+// The file label the login's errors carry, whichever file raises them. Fixed: it names the one file
+// the three were first written in.
 inline constexpr char kSourceFile[] = "Utility/Authentication";
 
 // Throws "error.n7crypto.srp.invalidArg.blob" with `message`, located at `function`, `line`.

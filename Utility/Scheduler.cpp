@@ -128,6 +128,7 @@ void CScheduler::ScheduleTaskLocked(const TaskRecord& task) {
   if (!m_started) StartThread();
   const bool wake = !m_wakePending && (m_pending.empty() || task.due < m_pending.First().due);
   if (m_pending.Insert(task)) TraceDeschedule(task);
+  // Fixed: the trace names ScheduleTask(), the entry point callers know, not this helper.
   N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::ScheduleTask()", kSourceFile,
                    "ScheduleTaskAt({},{},{}) in {} sec")
       << task.callback->m_description << task.context << task.id << (task.due - CN7DateTime::now());
@@ -240,6 +241,7 @@ DWORD CScheduler::NextWaitMilliseconds() {
 void CScheduler::RunDueTasks() {
   while (!m_pending.empty() && !(CN7DateTime::now() < m_pending.First().due)) {
     const TaskRecord task = m_pending.PopFirst();
+    // Fixed: the trace names the dispatch thread's function, MemberThread(), not this helper.
     N7_TRACE_MESSAGE(m_topic, kTraceLevel, kTraceSubtype, "CScheduler::MemberThread()", kSourceFile,
                      "Running({},{},{})")
         << task.callback->m_description << task.context << task.id;

@@ -19,6 +19,7 @@ namespace N7A {
 using n7crypto::WipeOnExit;
 namespace {
 
+// Fixed: the login's error locations name the functions with the class name they first had.
 constexpr char kCreateM1[] = "N7Authentication::SRPClientCreateM1()";
 constexpr char kValidateM2[] = "N7Authentication::SRPClientValidateM2()";
 constexpr char kRound1[] = "N7Authentication::MakeExtendedChallengeRound1()";
