@@ -130,11 +130,11 @@ TEST_F(ArchiveTest, ValuesAreLittleEndianOfTheirWindowsWidths) {
                           0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFD, 0xFF};
   EXPECT_EQ(bytes, expected);
   std::tuple<BYTE, WORD, DWORD, int, bool, double, float, LONGLONG, short> loaded{};
-  auto& [b, w, d, i, flag, real, single, wide, small] = loaded;
-  Loaded(bytes,
-         [&](CArchive& ar) { ar >> b >> w >> d >> i >> flag >> real >> single >> wide >> small; });
+  Loaded(bytes, [&](CArchive& ar) {
+    std::apply([&ar](auto&... value) { (ar >> ... >> value); }, loaded);
+  });
   EXPECT_EQ(Stored([&](CArchive& ar) {
-              ar << b << w << d << i << flag << real << single << wide << small;
+              std::apply([&ar](const auto&... value) { (ar << ... << value); }, loaded);
             }),
             bytes);
   EXPECT_EQ(ArchiveErrorOf({0x01},
