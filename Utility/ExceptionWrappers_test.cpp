@@ -10,6 +10,7 @@
 
 #include "n7utility/core/error.h"
 #include "n7utility/platform/base/Faults_test.h"
+#include "n7utility/platform/framework/CountedErrorInfo_test.h"
 
 namespace {
 
@@ -139,20 +140,7 @@ TEST_F(ChainedExceptionTest, MessageShowsCodeAndRegistersInBothForms) {
   EXPECT_FALSE(exception_->getErrorMessage(nullptr, 16));
 }
 
-// An error-information object that counts its references; the test owns its storage.
-class CountedErrorInfo : public IErrorInfo {
- public:
-  HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  ULONG AddRef() override { return ++references; }
-  ULONG Release() override { return --references; }
-  HRESULT GetGUID(GUID*) override { return E_NOTIMPL; }
-  HRESULT GetSource(BSTR*) override { return E_NOTIMPL; }
-  HRESULT GetDescription(BSTR*) override { return E_NOTIMPL; }
-  HRESULT GetHelpFile(BSTR*) override { return E_NOTIMPL; }
-  HRESULT GetHelpContext(DWORD*) override { return E_NOTIMPL; }
-
-  ULONG references = 1;
-};
+using n7testing::CountedErrorInfo;
 
 TEST(ComExceptionTest, TextIsTheComErrorsCutToTheBuffer) {
   CComException exception(E_ACCESSDENIED, nullptr, FALSE);

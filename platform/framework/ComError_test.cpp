@@ -4,28 +4,15 @@
 
 #include <string>
 
+#include "n7utility/platform/framework/CountedErrorInfo_test.h"
+
 namespace {
 
-// An error-information object that counts its references; the test owns its storage.
-class CountedErrorInfo : public IErrorInfo {
- public:
-  HRESULT QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-  ULONG AddRef() override { return ++references; }
-  ULONG Release() override { return --references; }
-  HRESULT GetGUID(GUID*) override { return E_NOTIMPL; }
-  HRESULT GetSource(BSTR*) override { return E_NOTIMPL; }
-  HRESULT GetDescription(BSTR* text) override {
-    *text = SysAllocString(L"described");
-    return S_OK;
-  }
-  HRESULT GetHelpFile(BSTR*) override { return E_NOTIMPL; }
-  HRESULT GetHelpContext(DWORD*) override { return E_NOTIMPL; }
-
-  ULONG references = 1;
-};
+using n7testing::CountedErrorInfo;
 
 TEST(ComErrorTest, ErrorInfoReferencesFollowTheCopies) {
   CountedErrorInfo info;
+  info.description = L"described";
   {
     _com_error error(E_FAIL, &info);  // takes over the caller's reference
     EXPECT_EQ(info.references, 1u);
