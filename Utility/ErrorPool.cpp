@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/Utility/LibraryModule_internal.h"
 #include "n7utility/platform/system/FormatMessage.h"
 #include "n7utility/platform/system/LocalMemory.h"
 #include "n7utility/platform/system/MessageBox.h"

@@ -5,7 +5,7 @@
 #include <climits>
 #include <string>
 
-#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/Utility/LibraryModule_internal.h"
 #include "n7utility/platform/system/MessageBox.h"
 
 namespace {

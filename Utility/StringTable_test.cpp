@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "n7utility/Utility/StringTable_internal.h"
+#include "n7utility/Utility/LibraryModule_internal.h"
 #include "n7utility/platform/framework/ModuleState.h"
 #include "n7utility/platform/system/Resources_internal.h"
 
