@@ -14,6 +14,8 @@
 // destroyed outside its lock (CloseHandle and the waits release their references after it), and
 // its destructor takes the section to end its watch.
 
+#include "n7utility/platform/kernel/ChangeNotification.h"
+
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>

@@ -1,6 +1,8 @@
 // Thread message queues: kernel objects signalled while they hold a message the owning thread is
 // looking for, so that GetMessage waits in the kernel wait engine like any other wait.
 
+#include "n7utility/platform/kernel/MessageQueue.h"
+
 #include <algorithm>
 #include <deque>
 #include <memory>

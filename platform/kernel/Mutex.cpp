@@ -1,6 +1,8 @@
 // Mutexes: kernel objects owned by one thread at a time, recursive, abandoned when their owner
 // ends while holding them.
 
+#include "n7utility/platform/kernel/Mutex.h"
+
 #include <algorithm>
 #include <memory>
 #include <utility>

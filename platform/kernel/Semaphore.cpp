@@ -1,5 +1,7 @@
 // Semaphores: kernel objects with a count between 0 and a maximum; a wait takes one unit.
 
+#include "n7utility/platform/kernel/Semaphore.h"
+
 #include <memory>
 
 #include "n7utility/platform/kernel/KernelObjects.h"

@@ -14,6 +14,7 @@
 #include "n7utility/platform/system/FormatMessage_internal.h"
 #include "n7utility/platform/system/LocalMemory.h"
 #include "n7utility/platform/system/Resources.h"
+#include "n7utility/platform/system/SystemMessageTable_internal.h"
 
 namespace {
 

@@ -24,6 +24,7 @@
 #include "n7utility/platform/base/ServiceMutex.h"
 #include "n7utility/platform/base/TextCodec.h"
 #include "n7utility/platform/kernel/KernelObjects.h"
+#include "n7utility/platform/system/RegistryNotify_internal.h"
 #include "n7utility/platform/system/RegistryStore_internal.h"
 #include "n7utility/platform/system/RegistryText_internal.h"
 

@@ -13,6 +13,8 @@
 // Lock order: the notifier's section, then the kernel lock (SetEvent). The section is never held
 // while a store is used.
 
+#include "n7utility/platform/system/RegistryNotify_internal.h"
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>

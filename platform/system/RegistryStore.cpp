@@ -11,6 +11,7 @@
 #include "n7utility/platform/base/TextCodec.h"
 #include "n7utility/platform/kernel/Time.h"
 #include "n7utility/platform/system/Registry.h"
+#include "n7utility/platform/system/RegistryNotify_internal.h"
 #include "n7utility/platform/system/RegistryStore_internal.h"
 #include "n7utility/platform/system/RegistryText_internal.h"
 

@@ -187,28 +187,6 @@ class HiveStore {
   const int announce_fd_;
 };
 
-// Wakes this process's notifier after a local write (defined with the notifier).
-void WakeRegistryNotifier();
-
-// One pending RegNotifyChangeKeyValue: `event` is set by the first change committed after it
-// was added that concerns `path` (or, with `subtree`, a key below it) and is of a kind in
-// `filter`; the registration then ends.
-struct Registration {
-  std::shared_ptr<HiveStore> store;
-  std::uintptr_t owner = 0;  // the key handle it was made on
-  std::string path;
-  bool subtree = false;
-  DWORD filter = 0;
-  HANDLE event = nullptr;
-  std::int64_t after = 0;  // the last change of the log it has seen; set by AddRegistration
-};
-
-DWORD AddRegistration(Registration registration);
-// Sets the events of the registrations made on `owner` and ends them (the handle is closing).
-void EndRegistrations(std::uintptr_t owner);
-// The same for every registration (the store is being replaced).
-void EndAllRegistrations();
-
 // Points the registry at another store: closes every open key handle and store, and uses
 // `settings` from then on, or the environment again when `settings` is empty. For tests.
 void UseRegistryStore(const StoreSettings* settings);

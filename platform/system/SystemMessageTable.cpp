@@ -1,9 +1,9 @@
 // The system's message texts for the Win32 error codes and HRESULTs that the library produces or
 // meets, in English, each ending in CR LF as the system's texts do.
+#include "n7utility/platform/system/SystemMessageTable_internal.h"
+
 #include <algorithm>
 #include <iterator>
-
-#include "n7utility/platform/system/FormatMessage_internal.h"
 
 namespace n7platform {
 
