@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "n7utility/platform/base/EscapedText.h"
 #include "n7utility/platform/base/HandleTable_internal.h"
 #include "n7utility/platform/base/NoDestructor.h"
 #include "n7utility/platform/base/TextCodec.h"
@@ -45,33 +46,7 @@ std::string Hex(std::span<const BYTE> data) {
 // backslashes and control characters need escapes.
 void AppendJsonString(std::string& out, std::string_view text) {
   out += '"';
-  for (const char c : text) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (static_cast<unsigned char>(c) < 0x20) {
-          out += "\\u00";
-          out += kHexDigits[static_cast<unsigned char>(c) >> 4];
-          out += kHexDigits[c & 0x0F];
-        } else {
-          out += c;
-        }
-    }
-  }
+  AppendEscaped(out, text, ControlEscape::kUnicode, '"');
   out += '"';
 }
 

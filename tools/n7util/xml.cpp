@@ -14,47 +14,20 @@
 #include "n7utility/core/error.h"
 #include "n7utility/n7xml/reader.h"
 #include "n7utility/n7xml/string_tokenizer.h"
+#include "n7utility/platform/base/EscapedText.h"
 
 namespace n7util {
 namespace {
 
 constexpr std::int64_t kMaxFirstLine = 1'000'000'000;
 
-// A token value on one line: backslash, tab, line feed and carriage return as \\ \t \n \r, other
-// bytes below 0x20 as \xHH; everything else as it is.
-void append_escaped(std::string& out, std::string_view value) {
-  constexpr char kHex[] = "0123456789ABCDEF";
-  for (const char c : value) {
-    switch (c) {
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      default:
-        if (static_cast<unsigned char>(c) < 0x20) {
-          out += "\\x";
-          out += kHex[static_cast<unsigned char>(c) >> 4];
-          out += kHex[c & 0xF];
-        } else {
-          out += c;
-        }
-    }
-  }
-}
-
 void append_line(std::string& out, std::string_view kind, std::string_view value) {
   out += kind;
   if (!value.empty()) {
     out += '\t';
-    append_escaped(out, value);
+    // Backslash, tab, line feed and carriage return as \\ \t \n \r, other bytes below 0x20 as
+    // \xHH: a value stays on its line.
+    n7platform::AppendEscaped(out, value, n7platform::ControlEscape::kHexByte);
   }
   out += '\n';
 }
