@@ -22,7 +22,7 @@
 #include "n7utility/core/text.h"
 #include "n7utility/core/utf8.h"
 #include "n7utility/platform/base/TextCodec.h"
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "compiler.h"
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "command.h"
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 #include "n7utility/platform/system/Registry.h"
-#include "n7utility/platform/system/registry_walk_fuzz.h"
+#include "n7utility/platform/system/RegistryWalk_fuzz.h"
 
 namespace n7util {
 extern const Command reg_command;

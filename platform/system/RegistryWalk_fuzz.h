@@ -20,7 +20,7 @@
 #include <string_view>
 #include <vector>
 
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 #include "n7utility/platform/system/Registry.h"
 #include "n7utility/platform/system/RegistryStore_internal.h"
 #include "n7utility/platform/system/ScopedKey_internal.h"

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "n7utility/Utility/N7Document.h"
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 #include "n7utility/platform/framework/Archive.h"
 #include "n7utility/platform/framework/MemFile.h"
 

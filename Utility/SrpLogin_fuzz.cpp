@@ -19,7 +19,7 @@
 #include "n7utility/Utility/Authentication_internal.h"
 #include "n7utility/core/error.h"
 #include "n7utility/n7crypto/key.h"
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 
 namespace {
 

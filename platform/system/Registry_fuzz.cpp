@@ -3,7 +3,7 @@
 //
 // A restore that fails must change nothing: the whole of HKEY_CURRENT_USER reads the same before
 // and after. A restore that succeeds must leave a tree that passes the walk of
-// registry_walk_fuzz.h; saving the restored key and restoring that into another key must give the
+// RegistryWalk_fuzz.h; saving the restored key and restoring that into another key must give the
 // same tree, and every subkey and value must delete by its name. The target key then goes back
 // to its starting content for the next input.
 #include <cstddef>
@@ -12,9 +12,9 @@
 #include <string>
 #include <string_view>
 
-#include "n7utility/platform/base/fuzz_check.h"
+#include "n7utility/platform/base/Check_fuzz.h"
 #include "n7utility/platform/system/Registry.h"
-#include "n7utility/platform/system/registry_walk_fuzz.h"
+#include "n7utility/platform/system/RegistryWalk_fuzz.h"
 
 namespace {
 
