@@ -47,13 +47,11 @@ TEST(IStringTest, NamesThatCompareEqualHashAlike) {
 }
 
 // The plain string's case-blind comparison is the C runtime's and follows the current locale (the
-// C locale knows no case beyond ASCII); a name's does not.
+// C locale knows no case beyond ASCII); a name's does not (see the next test).
 TEST(IStringTest, OnlyThePlainStringFollowsTheCurrentLocale) {
   EXPECT_NE(CString(L"Äpfel").CompareNoCase(L"äpfel"), 0);
-  EXPECT_TRUE(CIString(L"Äpfel") == L"äpfel");
   N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
   EXPECT_EQ(CString(L"Äpfel").CompareNoCase(L"äpfel"), 0);
-  EXPECT_TRUE(CIString(L"Äpfel") == L"äpfel");
 }
 
 // The fold of a stored name must not change when the host switches locales afterwards.

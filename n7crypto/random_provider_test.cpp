@@ -35,13 +35,6 @@ TEST(RandomProviderTest, NullBufferAndEmptySizeDoNothingAndNegativeSizeIsAnError
   EXPECT_EQ(error.message, "Invalid 'size' argument");
 }
 
-TEST(RandomProviderTest, DrawsDiffer) {
-  std::array<unsigned char, 32> first{}, second{};
-  get_default_random_provider()->generate_random(first.data(), static_cast<int>(first.size()));
-  get_default_random_provider()->generate_random(second.data(), static_cast<int>(second.size()));
-  EXPECT_NE(first, second);
-}
-
 TEST(RandomProviderTest, ManyThreadsDrawAtOnce) {
   constexpr int kThreads = 4;
   constexpr int kDraws = 500;

@@ -225,12 +225,15 @@ TEST(SrpContextTest, PeerValuesThatAreMultiplesOfNAreRefused) {
     });
     EXPECT_EQ(error.code, "error.n7crypto.srp.protocolViolation");
     EXPECT_EQ(error.message, "SRP (A%N==0) not permitted");
+    EXPECT_EQ(error.function, "n7crypto::SrpContext::server_create_key()");
     error = thrown_error([&] {
       srp.client_create_key(l.user.data(), l.user.size(), l.x.data(), l.x.size(), l.salt.data(),
                             l.salt.size(), l.A.data(), l.A.size(), value.data(), value.size(), l.a,
                             l.m1);
     });
     EXPECT_EQ(error.code, "error.n7crypto.srp.protocolViolation");
+    EXPECT_EQ(error.message, "SRP (B%N==0) not permitted");
+    EXPECT_EQ(error.function, "n7crypto::SrpContext::client_create_key()");
     // A verifier from such an x would be 1, which a client passes with x = 0.
     error = thrown_error([&] { srp.create_password_verifier(value.data(), value.size()); });
     EXPECT_EQ(error.code, "error.n7crypto.srp.invalidArg");
@@ -240,36 +243,41 @@ TEST(SrpContextTest, PeerValuesThatAreMultiplesOfNAreRefused) {
             "SRP (x%N==0) not permitted");
 }
 
+// Every width check, and the location each function's refusals carry.
 TEST(SrpContextTest, ArgumentsOfTheWrongWidthAreRefusedBeforeAnyOutput) {
   const SrpContext& srp = get_default_srp_context();
   const Login l = run_login(srp);
   const Key short_a(31), shortK(31);
   const std::size_t ds = 32, ml = 128;
-  using Call = std::function<void(Key & out)>;
+  struct Call {
+    const char* function;
+    std::function<void(Key& out)> run;
+  };
   const auto client_key = [&](std::size_t user, std::size_t salt, const Key& a, std::size_t A,
                               std::size_t B) -> Call {
-    return [&, user, salt, A, B](Key& out) {
-      srp.client_create_key(l.user.data(), user, l.x.data(), l.x.size(), l.salt.data(), salt,
-                            l.A.data(), A, l.B.data(), B, a, out);
-    };
+    return {"client_create_key", [&, user, salt, A, B](Key& out) {
+              srp.client_create_key(l.user.data(), user, l.x.data(), l.x.size(), l.salt.data(),
+                                    salt, l.A.data(), A, l.B.data(), B, a, out);
+            }};
   };
   const auto client_verify = [&](std::size_t A, std::size_t M1, const Key& K,
                                  std::size_t M2) -> Call {
-    return [&, A, M1, M2](Key&) {
-      srp.client_verify(l.A.data(), A, l.m1.data(), M1, K, l.m2.data(), M2);
-    };
+    return {"client_verify", [&, A, M1, M2](Key&) {
+              srp.client_verify(l.A.data(), A, l.m1.data(), M1, K, l.m2.data(), M2);
+            }};
   };
   const auto server_key = [&](std::size_t v, std::size_t A) -> Call {
-    return [&, v, A](Key& out) {
-      srp.server_create_key(l.v.data(), v, l.A.data(), A, out, *get_default_random_provider(), 32);
-    };
+    return {"server_create_key", [&, v, A](Key& out) {
+              srp.server_create_key(l.v.data(), v, l.A.data(), A, out,
+                                    *get_default_random_provider(), 32);
+            }};
   };
   const auto server_auth = [&](std::size_t user, std::size_t salt, std::size_t A, std::size_t B,
                                std::size_t M1, const Key& K) -> Call {
-    return [&, user, salt, A, B, M1](Key& out) {
-      srp.server_authenticate(l.user.data(), user, l.salt.data(), salt, l.A.data(), A, l.B.data(),
-                              B, l.m1.data(), M1, K, out);
-    };
+    return {"server_authenticate", [&, user, salt, A, B, M1](Key& out) {
+              srp.server_authenticate(l.user.data(), user, l.salt.data(), salt, l.A.data(), A,
+                                      l.B.data(), B, l.m1.data(), M1, K, out);
+            }};
   };
   const std::pair<const char*, Call> cases[] = {
       {"client key: 15-byte salt", client_key(5, 15, l.a, ml, ml)},
@@ -293,8 +301,9 @@ TEST(SrpContextTest, ArgumentsOfTheWrongWidthAreRefusedBeforeAnyOutput) {
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.first);
     Key out = key_of({1, 2, 3});
-    const auto error = thrown_error([&] { entry.second(out); });
+    const auto error = thrown_error([&] { entry.second.run(out); });
     EXPECT_EQ(error.code, "error.n7crypto.srp.invalidArg.size");
+    EXPECT_EQ(error.function, std::string("n7crypto::SrpContext::") + entry.second.function + "()");
     EXPECT_EQ(error.message, "Unexpected argument data width");
     EXPECT_EQ(bytes_of(out), (Bytes{1, 2, 3}));
   }

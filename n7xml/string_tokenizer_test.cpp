@@ -66,14 +66,12 @@ TEST(TokenizerTest, ContentTextAndReferences) {
       {"&#X41;", "Invalid decimal character reference"},  // only a small x is hexadecimal
       {"&#x123456789;", "[line 1, pos 12]: Invalid hex character reference"},
       {"&#12345678901;", "Invalid decimal character reference"},
-      {"&#;", "Invalid decimal character reference"},
       {"&", "End of data in entity reference"},
       {"&#", "End of data in character reference"},
       {"&lt", "End of data in entity reference (expecting ';')"},
       {"&#65", "End of data in entity reference (expecting ';')"},
       {"&lt:x y", "Invalid entity reference, expecting ';'"},
       {"&#65a;", "Invalid entity reference, expecting ';'"},
-      {"&;", "Invalid entity reference name"},
       {"&1a;", "Invalid entity reference name"},
   });
 }
@@ -97,7 +95,6 @@ TEST(TokenizerTest, StartTagsAndAttributes) {
       {"<a x='1", "End of data in attribute value"},
       {"<abc", "End of data in start tag"},
       {"<abc ", "End of data in start tag declaration"},
-      {"<a x='1'", "End of data in start tag declaration"},
       {"< a/>", "[line 1, pos 1]: Invalid start tag name"},
       {"<a -x='1'/>", "Invalid attribute name"},
       {"<a x '1'/>", "Expecting '='"},
@@ -134,7 +131,6 @@ TEST(TokenizerTest, MarkupDeclarations) {
       {"<!-x-->", "Invalid character after '<!'"},
       {"<?xml", "End of data in xml declaration"},
       {"<?xml-stylesheet href='a'?>", "Invalid xml declaration name"},
-      {"<?xml?>", "Invalid xml declaration name"},
       {"<?xml version='1.0'", "End of data in XML declaration"},
       {"<?xml version='1.0'encoding='UTF-8'?>", "Expecting whitespace before attribute name"},
       {"<?xml version='1.0", "End of data in attribute value"},
@@ -263,8 +259,6 @@ TEST(TokenizerTest, InvalidUtf8ThrowsTheCoreErrorAndStopsTheTokenizer) {
 
 TEST(TokenizerTest, KindNames) {
   EXPECT_STREQ(token_kind_name(TokenKind::DocumentStart), "DocumentStart");
-  EXPECT_STREQ(token_kind_name(TokenKind::StartTagEndEmpty), "StartTagEndEmpty");
-  EXPECT_STREQ(token_kind_name(TokenKind::CharRef), "CharRef");
   EXPECT_STREQ(token_kind_name(static_cast<TokenKind>(0)), "Unknown");
   EXPECT_STREQ(token_kind_name(static_cast<TokenKind>(23)), "Unknown");
 }
