@@ -66,11 +66,6 @@ TEST(ExceptionTest, AfxThrowsArePointersToTheirKind) {
     EXPECT_STREQ(buffer, L"Encountered an improper argument.");
     e->Delete();
   }
-  try {
-    AfxThrowResourceException();
-  } catch (CResourceException* e) {
-    e->Delete();
-  }
 }
 
 TEST_F(ReportErrorTest, ShowsTheTextOrTheFallback) {
