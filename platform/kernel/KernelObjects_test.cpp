@@ -186,11 +186,6 @@ TEST_F(BlockingWaitTest, PulseOfManualResetEventReleasesOnlyTheCurrentWaiters) {
   PulseEvent(event);
   EXPECT_EQ(first.Result(), WAIT_OBJECT_0);
   EXPECT_EQ(second.Result(), WAIT_OBJECT_0);
-
-  AsyncWait later(event, 10);
-  clock_.AwaitSleepers(1);
-  clock_.Advance(10);
-  EXPECT_EQ(later.Result(), WAIT_TIMEOUT);
 }
 
 TEST_F(BlockingWaitTest, PulseOfAutoResetEventReleasesOneWaiter) {
@@ -423,13 +418,6 @@ TEST_F(BlockingWaitTest, SixtyFourHandlesReportTheLastIndex) {
   for (HANDLE handle : handles) SetEvent(handle);
   EXPECT_EQ(all.Result(), WAIT_OBJECT_0);
   for (HANDLE handle : handles) EXPECT_EQ(Poll(handle), WAIT_TIMEOUT);
-
-  Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
-  OnOtherThread([&] { EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0); });
-  handles.back() = mutex;
-  EXPECT_EQ(WaitForMultipleObjects(MAXIMUM_WAIT_OBJECTS, handles.data(), FALSE, 0),
-            WAIT_ABANDONED_0 + MAXIMUM_WAIT_OBJECTS - 1);
-  EXPECT_TRUE(ReleaseMutex(mutex));
 }
 
 }  // namespace
