@@ -49,17 +49,6 @@ IMPLEMENT_DYNCREATE(CTwin, CObject)
 
 namespace {
 
-TEST(RuntimeClassTest, RecordsDescribeTheirClass) {
-  const CRuntimeClass* dog = RUNTIME_CLASS(CDog);
-  EXPECT_STREQ(dog->m_lpszClassName, "CDog");
-  EXPECT_EQ(dog->m_nObjectSize, static_cast<int>(sizeof(CDog)));
-  EXPECT_EQ(dog->m_wSchema, kSchemaNotSerializable);
-  EXPECT_NE(dog->m_pfnCreateObject, nullptr);
-  EXPECT_EQ(dog->GetBaseClass(), RUNTIME_CLASS(CAnimal));
-  EXPECT_EQ(RUNTIME_CLASS(CAnimal)->m_pfnCreateObject, nullptr);
-  EXPECT_EQ(RUNTIME_CLASS(CObject)->GetBaseClass(), nullptr);
-}
-
 TEST(RuntimeClassTest, ObjectsKnowTheirClassThroughABasePointer) {
   std::unique_ptr<CObject> puppy(new CPuppy);
   EXPECT_EQ(puppy->GetRuntimeClass(), RUNTIME_CLASS(CPuppy));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
+#include <vector>
+
 #include "n7utility/platform/kernel/Calendar_internal.h"
 #include "n7utility/platform/kernel/ClockFixture_internal.h"
 
@@ -17,6 +19,13 @@ int DaysInMonth(std::int64_t year, int month) {
   constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
   return month == 2 && leap ? 29 : kDays[month - 1];
+}
+
+// The fields of `st` in their order: year, month, day of week, day, hour, minute, second and
+// millisecond.
+std::vector<WORD> Fields(const SYSTEMTIME& st) {
+  return {st.wYear, st.wMonth,  st.wDayOfWeek, st.wDay,
+          st.wHour, st.wMinute, st.wSecond,    st.wMilliseconds};
 }
 
 TEST(CalendarTest, DayCountsAndDatesConvertBothWays) {
@@ -53,14 +62,7 @@ TEST(TimeTest, SystemTimeComesFromTheClock) {
 
   SYSTEMTIME st{};
   GetSystemTime(&st);
-  EXPECT_EQ(st.wYear, 2024);
-  EXPECT_EQ(st.wMonth, 2);
-  EXPECT_EQ(st.wDay, 29);
-  EXPECT_EQ(st.wDayOfWeek, 4);
-  EXPECT_EQ(st.wHour, 23);
-  EXPECT_EQ(st.wMinute, 59);
-  EXPECT_EQ(st.wSecond, 59);
-  EXPECT_EQ(st.wMilliseconds, 234);
+  EXPECT_EQ(Fields(st), (std::vector<WORD>{2024, 2, 4, 29, 23, 59, 59, 234}));  // a Thursday
 
   FILETIME ft{};
   GetSystemTimeAsFileTime(&ft);
@@ -69,36 +71,27 @@ TEST(TimeTest, SystemTimeComesFromTheClock) {
 
   clock.Advance(766);
   GetSystemTime(&st);
-  EXPECT_EQ(st.wMonth, 3);
-  EXPECT_EQ(st.wDay, 1);
-  EXPECT_EQ(st.wDayOfWeek, 5);
-  EXPECT_EQ(st.wHour, 0);
+  EXPECT_EQ(Fields(st), (std::vector<WORD>{2024, 3, 5, 1, 0, 0, 0, 0}));
 }
 
 TEST(TimeTest, LocalTimeAppliesTheOffset) {
   ManualClock clock(ManualClock::SystemTimeOf(2024, 3, 1, 2, 0, 0));
   ScopedClock installed(clock);
   SYSTEMTIME st{};
+  const std::vector<WORD> utc = {2024, 3, 5, 1, 2, 0, 0, 0};
   GetLocalTime(&st);
-  EXPECT_EQ(st.wDay, 1);
-  EXPECT_EQ(st.wHour, 2);
+  EXPECT_EQ(Fields(st), utc);
 
   clock.SetLocalOffset(-5 * 3600LL);
   GetLocalTime(&st);
-  EXPECT_EQ(st.wMonth, 2);
-  EXPECT_EQ(st.wDay, 29);
-  EXPECT_EQ(st.wDayOfWeek, 4);
-  EXPECT_EQ(st.wHour, 21);
+  EXPECT_EQ(Fields(st), (std::vector<WORD>{2024, 2, 4, 29, 21, 0, 0, 0}));
 
   clock.SetLocalOffset(22 * 3600LL + 30LL * 60);
   GetLocalTime(&st);
-  EXPECT_EQ(st.wDay, 2);
-  EXPECT_EQ(st.wHour, 0);
-  EXPECT_EQ(st.wMinute, 30);
+  EXPECT_EQ(Fields(st), (std::vector<WORD>{2024, 3, 6, 2, 0, 30, 0, 0}));
 
   GetSystemTime(&st);  // UTC is unaffected
-  EXPECT_EQ(st.wDay, 1);
-  EXPECT_EQ(st.wHour, 2);
+  EXPECT_EQ(Fields(st), utc);
 }
 
 TEST(TimeTest, TickCountWrapsButTickCount64DoesNot) {

