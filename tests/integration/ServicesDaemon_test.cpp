@@ -68,7 +68,6 @@ TEST_F(ServicesDaemonTest, ABusWithoutAManagerMeansNotRunning) {
   EXPECT_EQ(OpenServiceW(manager, L"n7-running", SERVICE_QUERY_STATUS), nullptr);
   EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
   CloseServiceHandle(manager);
-  EXPECT_EQ(IsServiceRunning(L"n7-running"), 0);
 }
 
 TEST_F(ServicesDaemonTest, ABusStoppedMidTestMeansNotRunningPromptly) {
