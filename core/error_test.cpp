@@ -48,8 +48,6 @@ TEST(ErrorInfoTest, ExceptionKeepsItsErrorAliveAndDescribesIt) {
   } catch (const std::exception& e) {
     EXPECT_STREQ(e.what(), "error.n7core.winerror: Something failed [at N7A::Foo, Utility/X:42]");
     const auto& error = dynamic_cast<const ErrorException&>(e);
-    EXPECT_EQ(error.info().message(), "Something failed");
-    EXPECT_EQ(error.info().location().line(), 42);
     EXPECT_EQ(error.info_ptr()->ref_count(), 1u);
     return;
   }

@@ -72,30 +72,19 @@ void CountedFree(void* block) noexcept {
 
 }  // namespace
 
+// The C++ library defines the array and nothrow forms of new and delete in terms of these, so
+// they are counted too. The sized deletes are here as well because g++ asks for them alongside the
+// unsized ones.
 void* operator new(std::size_t size) {
   if (void* block = CountedMalloc(size)) return block;
   throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) { return operator new(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return CountedMalloc(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return CountedMalloc(size);
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
   if (void* block = CountedAlignedMalloc(size, alignment)) return block;
   throw std::bad_alloc();
 }
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return operator new(size, alignment);
-}
-void operator delete(void* block, std::align_val_t) noexcept { CountedFree(block); }
-void operator delete[](void* block, std::align_val_t) noexcept { CountedFree(block); }
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept { CountedFree(block); }
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { CountedFree(block); }
 void operator delete(void* block) noexcept { CountedFree(block); }
-void operator delete[](void* block) noexcept { CountedFree(block); }
 void operator delete(void* block, std::size_t) noexcept { CountedFree(block); }
-void operator delete[](void* block, std::size_t) noexcept { CountedFree(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { CountedFree(block); }
-void operator delete[](void* block, const std::nothrow_t&) noexcept { CountedFree(block); }
+void operator delete(void* block, std::align_val_t) noexcept { CountedFree(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept { CountedFree(block); }
 #endif

@@ -129,13 +129,11 @@ TEST(TextRoundTrip, KeepsEveryValue) {
 // Numbers keep their plain digits when the host installs a locale that groups them, also on a
 // stream made afterwards (which takes that locale).
 TEST(TextRoundTrip, NumbersIgnoreTheHostsGlobalLocale) {
-  for (const char* locale : {"en_US.UTF-8", "de_DE.UTF-8"}) {
-    N7_TEST_UNDER_LOCALE(locale);
-    for (const int number : {1024, -2147483647 - 1, 1234567}) {
-      const std::string text = write_record("n", L"", number, ascii());
-      EXPECT_NE(text.find("(\"n\" " + std::to_string(number) + ")"), std::string::npos) << text;
-      EXPECT_EQ(read_record(text).number, number);
-    }
+  N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
+  for (const int number : {1024, -2147483647 - 1, 1234567}) {
+    const std::string text = write_record("n", L"", number, ascii());
+    EXPECT_NE(text.find("(\"n\" " + std::to_string(number) + ")"), std::string::npos) << text;
+    EXPECT_EQ(read_record(text).number, number);
   }
 }
 

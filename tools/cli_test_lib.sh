@@ -26,11 +26,6 @@ matches() {
   if [[ -z $2 ]]; then [[ ! -s $1 ]]; elif [[ $2 == '*' ]]; then true; else grep -Eq -- "$2" "$1"; fi
 }
 
-# same_output TEXT: the standard output of the last run is TEXT (trailing newlines aside).
-same_output() {
-  [[ $(cat "$scratch/out") == "$1" ]]
-}
-
 # check NAME EXPECTED_STATUS RESULT: after `run`, reports NAME as passed if the exit status was
 # EXPECTED_STATUS and RESULT, the status of the caller's checks of the output, is 0; a failure
 # shows both outputs.
@@ -56,13 +51,13 @@ expect_match() {
 }
 
 # expect_output NAME STATUS STDOUT STDERR_PATTERN COMMAND ARGS...: runs the command and checks its
-# exit status, its exact standard output (see same_output) and that its standard error matches
-# STDERR_PATTERN (see matches).
+# exit status, its exact standard output (trailing newlines aside) and that its standard error
+# matches STDERR_PATTERN (see matches).
 expect_output() {
   local name=$1 expected_status=$2 expected=$3 err_pattern=$4
   shift 4
   run "$@"
-  same_output "$expected" && matches "$scratch/err" "$err_pattern"
+  [[ $(cat "$scratch/out") == "$expected" ]] && matches "$scratch/err" "$err_pattern"
   check "$name" "$expected_status" $?
 }
 

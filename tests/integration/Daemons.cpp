@@ -194,22 +194,17 @@ SyslogDaemon::SyslogDaemon(const std::filesystem::path& directory)
   }
 }
 
-std::vector<SyslogDaemon::Record> SyslogDaemon::Records() const {
-  std::ifstream in(directory_ / "messages");
-  std::vector<Record> records;
-  std::string line;
-  while (std::getline(in, line)) {
-    if (in.eof()) break;  // no newline yet: the daemon is still writing it
-    if (std::optional<Record> record = ParseRecord(line)) records.push_back(std::move(*record));
-  }
-  return records;
-}
-
 std::vector<SyslogDaemon::Record> SyslogDaemon::WaitForRecords(std::size_t count) const {
   const auto deadline = Clock::now() + kDaemonDeadline;
   for (;;) {
-    std::vector<Record> records = Records();
-    std::erase_if(records, [](const Record& record) { return record.identifier == "rsyslogd"; });
+    std::ifstream in(directory_ / "messages");
+    std::vector<Record> records;
+    std::string line;
+    // A last line without its newline is still being written: it is left for the next round.
+    while (std::getline(in, line) && !in.eof()) {
+      std::optional<Record> record = ParseRecord(line);
+      if (record && record->identifier != "rsyslogd") records.push_back(std::move(*record));
+    }
     if (records.size() >= count || Clock::now() > deadline) return records;
     PollPause();
   }

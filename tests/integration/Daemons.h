@@ -64,10 +64,8 @@ class SyslogDaemon {
 
   explicit SyslogDaemon(const std::filesystem::path& directory);
   std::string socket_path() const { return (directory_ / "log.sock").string(); }
-  // The records written so far; a partly written last line is left out.
-  std::vector<Record> Records() const;
   // Waits until at least `count` records from clients (not the daemon's own) are written; all of
-  // them, or what there is when the deadline passes.
+  // them, or what there is when the deadline passes. A partly written last line is left out.
   std::vector<Record> WaitForRecords(std::size_t count) const;
   ChildProcess& process() { return process_; }
 

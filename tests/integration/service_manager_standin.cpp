@@ -28,7 +28,6 @@ struct Unit {
 constexpr Unit kUnits[] = {
     {"n7-running.service", "loaded", "active", "running", "running"},
     {"n7-stopped.service", "loaded", "inactive", "dead", "running"},
-    {"n7-failed.service", "loaded", "failed", "failed", "running"},
     {"n7-frozen.service", "loaded", "active", "running", "frozen"},
 };
 constexpr Unit kNotFound = {"", "not-found", "inactive", "dead", "running"};

@@ -37,25 +37,21 @@ TEST(ArgsTest, OptionsAndOperandsInAnyOrder) {
   EXPECT_EQ(args.operands(), (Argv{"a.xml", "-", "b"}));
 }
 
-TEST(ArgsTest, ValuesAreTakenVerbatim) {
+TEST(ArgsTest, ValuesAndOperandsThatLookLikeOptions) {
   // A separate value may start with dashes; an inline value may be empty or hold '='.
-  const Args args(Argv{"--uri", "--quiet", "--first-line=", "--uri=a=b"}, kOptions);
-  EXPECT_EQ(args.value("uri"), "a=b");  // the last one given
-  EXPECT_EQ(args.value("first-line"), "");
-  EXPECT_FALSE(args.has("quiet"));
-}
+  const Args values(Argv{"--uri", "--quiet", "--first-line=", "--uri=a=b"}, kOptions);
+  EXPECT_EQ(values.value("uri"), "a=b");  // the last one given
+  EXPECT_EQ(values.value("first-line"), "");
+  EXPECT_FALSE(values.has("quiet"));
 
-TEST(ArgsTest, DoubleDashEndsOptions) {
-  const Args args(Argv{"--quiet", "--", "--uri", "-x"}, kOptions);
-  EXPECT_TRUE(args.has("quiet"));
-  EXPECT_FALSE(args.has("uri"));
-  EXPECT_EQ(args.operands(), (Argv{"--uri", "-x"}));
-}
+  const Args after_double_dash(Argv{"--quiet", "--", "--uri", "-x"}, kOptions);
+  EXPECT_TRUE(after_double_dash.has("quiet"));
+  EXPECT_FALSE(after_double_dash.has("uri"));
+  EXPECT_EQ(after_double_dash.operands(), (Argv{"--uri", "-x"}));
 
-TEST(ArgsTest, NegativeNumbersAreOperands) {
-  const Args args(Argv{"-1", "--first-line", "-2", "-0.5"}, kOptions);
-  EXPECT_EQ(args.value("first-line"), "-2");
-  EXPECT_EQ(args.operands(), (Argv{"-1", "-0.5"}));
+  const Args negative(Argv{"-1", "--first-line", "-2", "-0.5"}, kOptions);
+  EXPECT_EQ(negative.value("first-line"), "-2");
+  EXPECT_EQ(negative.operands(), (Argv{"-1", "-0.5"}));
 }
 
 TEST(ArgsTest, MalformedCommandLinesAreUsageErrors) {

@@ -39,7 +39,6 @@ done <<<"$table"
 expect "n7util r" "reg res"
 expect "n7util reg w" "watch"
 expect "n7util eventlog " "--help add-source query report"
-expect "n7util demo " "--help"
 # Past the subcommand, and after an unknown group, bash completes file names.
 expect "n7util reg query " ""
 expect "n7util frobnicate " ""

@@ -21,7 +21,6 @@ expect 1 "" sh -c "printf '' | '$n7util' passwd make Operator"
 expect 1 "" sh -c "printf '\377\n' | '$n7util' passwd make Operator"
 expect 0 "22*1" "$n7util" passwd keymap Ab-1 --mark-others
 expect 2 "" "$n7util" passwd keymap
-expect 2 "" "$n7util" passwd frob
 
 printf 'Night-Shift 7\n' | "$n7util" passwd blob Operator >"$scratch/blob"
 salt=$("$n7util" passwd props "$scratch/blob" | tr -d '\r' | sed -n 's|^  <salt>\(.*\)</salt>$|\1|p')

@@ -17,7 +17,7 @@ expect() { expect_output "$1" "$2" "$3" "$4" "$n7util" "${@:5}"; }
 
 expect "host string" 0 "host one" "" res string "$scratch/Host.dll" 1
 expect "German module" 0 "Hallo" "" res string "$scratch/Host.dll" 1 --lang 0x0407
-expect "language without a code" 0 "host one" "" res string "$scratch/Host.dll" 1 --lang 40
+expect "language in decimal" 0 "Hallo" "" res string "$scratch/Host.dll" 1 --lang 1031
 expect "library string" 0 \
   "A Win64 exception '0x%1!X!' has occurred.  Exception Context Record: [Rbp=0x%2!X! Rip=0x%3!X! SegCs=0x%4!X! EFlags=0x%5!X! Rsp=0x%6!X! SegSs=0x%7!X!]" \
   "" res string "$library" 3
