@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -17,7 +16,6 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "n7utility/core/trace.h"
@@ -79,10 +77,8 @@ class FiringLog {
 class Recorder : public ASchedulerCallback {
  public:
   Recorder(const char* description, FiringLog& log) : ASchedulerCallback(description), log_(log) {}
-  explicit Recorder(const wchar_t* description, FiringLog& log)
+  Recorder(const wchar_t* description, FiringLog& log)
       : ASchedulerCallback(description), log_(log) {}
-  Recorder(const Recorder& other) = default;
-  ~Recorder() override = default;
 
   // Runs inside the callback, before the firing is logged.
   std::function<void(void*, unsigned long)> on_task;
@@ -131,31 +127,6 @@ TEST_F(SchedulerTest, RescheduleReplacesThePendingTask) {
   EXPECT_FALSE(recorder.IsScheduled(&context_a_, 7));
   Advance(60 * kSecond);
   EXPECT_EQ(log_.Snapshot().size(), 1u);
-}
-
-TEST_F(SchedulerTest, TasksDueTogetherRunByCallbackContextAndId) {
-  auto first = std::make_unique<Recorder>("first", log_);
-  auto second = std::make_unique<Recorder>("second", log_);
-  if (std::less<>()(second.get(), first.get())) std::swap(first, second);
-  int contexts[2];
-  const std::int64_t due = Now() + 5;
-  // Scheduled in scrambled order; all due in the same second.
-  for (Recorder* recorder : {second.get(), first.get()}) {
-    for (unsigned long id : {3ul, 1ul, 2ul}) {
-      recorder->ScheduleTaskAt(&contexts[1], id, CN7DateTime(due));
-      recorder->ScheduleTaskAt(&contexts[0], id, CN7DateTime(due));
-    }
-  }
-  Settle();
-  Advance(5 * kSecond);
-  auto firings = log_.WaitFor(12);
-  std::vector<Firing> expected;
-  for (Recorder* recorder : {first.get(), second.get()}) {
-    for (int* context : {&contexts[0], &contexts[1]}) {
-      for (unsigned long id : {1ul, 2ul, 3ul}) expected.push_back({recorder, context, id, due});
-    }
-  }
-  EXPECT_EQ(firings, expected);
 }
 
 TEST_F(SchedulerTest, NextPeriodCountsFromLocalMidnight) {
@@ -332,6 +303,7 @@ class TraceCapture : public n7trace::test_support::TraceCapture {
  public:
   TraceCapture() : n7trace::test_support::TraceCapture("N7Scheduler", 41, 61) {}
 };
+using Message = TraceCapture::Message;
 
 std::string PointerText(const void* pointer) {
   std::ostringstream text;
@@ -356,23 +328,18 @@ TEST_F(SchedulerTest, TraceMessagesNameTheTaskAndItsTime) {
   auto tail = capture.Take();
   messages.insert(messages.end(), tail.begin(), tail.end());
 
-  const std::vector<std::tuple<std::string, std::string>> expected = {
-      {"CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",4) in 10 sec"},
-      {"CScheduler::DescheduleTask", "DescheduleTask(traced," + context + ",4)"},
-      {"CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",5) in 0 sec"},
-      {"CScheduler::MemberThread()", "Running(traced," + context + ",5)"},
-      {"CScheduler::DescheduleTasks", "DescheduleTasks(traced," + context + ")"},
-      {"CScheduler::DescheduleTasks", "DescheduleTask(gone)"},
+  const auto message = [](const char* function, const std::string& text) {
+    return Message{function, "Utility/Scheduler", text, 61, 2, 2};
   };
-  ASSERT_EQ(messages.size(), expected.size());
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_EQ(messages[i].function, std::get<0>(expected[i])) << i;
-    EXPECT_EQ(messages[i].text, std::get<1>(expected[i])) << i;
-    EXPECT_EQ(messages[i].file, "Utility/Scheduler");
-    EXPECT_EQ(messages[i].level, 61);
-    EXPECT_EQ(messages[i].msg_type, 2);
-    EXPECT_EQ(messages[i].user_msg_type, 2);
-  }
+  const std::vector<Message> expected = {
+      message("CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",4) in 10 sec"),
+      message("CScheduler::DescheduleTask", "DescheduleTask(traced," + context + ",4)"),
+      message("CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",5) in 0 sec"),
+      message("CScheduler::MemberThread()", "Running(traced," + context + ",5)"),
+      message("CScheduler::DescheduleTasks", "DescheduleTasks(traced," + context + ")"),
+      message("CScheduler::DescheduleTasks", "DescheduleTask(gone)"),
+  };
+  EXPECT_EQ(messages, expected);
 }
 
 }  // namespace
