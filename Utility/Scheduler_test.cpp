@@ -195,21 +195,6 @@ TEST_F(SchedulerTest, MeteredRunsAreSpacedFromThePreviousDueTime) {
   Settle();
 }
 
-TEST_F(SchedulerTest, DescheduleTasksRemovesOneContextOnly) {
-  Recorder recorder("contexts", log_);
-  for (unsigned long id : {1ul, 2ul, 3ul}) recorder.ScheduleTaskForSec(&context_a_, id, 5);
-  recorder.ScheduleTaskForSec(&context_b_, 1, 5);
-  recorder.DescheduleTasks(&context_a_);
-  for (unsigned long id : {1ul, 2ul, 3ul}) EXPECT_FALSE(recorder.IsScheduled(&context_a_, id));
-  EXPECT_TRUE(recorder.IsScheduled(&context_b_, 1));
-  Settle();
-  Advance(5 * kSecond);
-  const auto firings = log_.WaitFor(1);
-  Settle();
-  ASSERT_EQ(log_.Snapshot().size(), 1u);
-  EXPECT_EQ(firings[0].context, &context_b_);
-}
-
 TEST_F(SchedulerTest, CallbacksMayScheduleAndDescheduleTheirOwnTasks) {
   Recorder recorder("reentrant", log_);
   const std::int64_t start = Now();
@@ -232,19 +217,27 @@ TEST_F(SchedulerTest, CallbacksMayScheduleAndDescheduleTheirOwnTasks) {
   EXPECT_EQ(firings[2], (Firing{&recorder, &context_a_, 1, start + 10}));
 }
 
-TEST_F(SchedulerTest, DestroyedCallbackLeavesNoPendingTask) {
+// Descheduling a context and destroying a callback each remove their own group of tasks only:
+// the survivor's task shares its context and id with one of the destroyed callback's.
+TEST_F(SchedulerTest, DescheduleTasksAndDestructionRemoveOnlyTheirGroup) {
   auto doomed = std::make_unique<Recorder>("doomed", log_);
   doomed->ScheduleTaskForSec(&context_a_, 1, 5);
-  doomed->ScheduleTaskForSec(&context_b_, 2, 5);
+  doomed->ScheduleTaskForSec(&context_b_, 1, 5);
   Recorder survivor("survivor", log_);
-  survivor.ScheduleTaskForSec(&context_a_, 1, 5);
+  for (unsigned long id : {1ul, 2ul, 3ul}) survivor.ScheduleTaskForSec(&context_a_, id, 5);
+  survivor.ScheduleTaskForSec(&context_b_, 1, 5);
+  survivor.DescheduleTasks(&context_a_);
+  for (unsigned long id : {1ul, 2ul, 3ul}) EXPECT_FALSE(survivor.IsScheduled(&context_a_, id));
+  EXPECT_TRUE(doomed->IsScheduled(&context_a_, 1));
   doomed.reset();
+  ASSERT_TRUE(survivor.IsScheduled(&context_b_, 1));
   Settle();
   Advance(5 * kSecond);
   const auto firings = log_.WaitFor(1);
   Settle();
   ASSERT_EQ(log_.Snapshot().size(), 1u);
   EXPECT_EQ(firings[0].callback, &survivor);
+  EXPECT_EQ(firings[0].context, &context_b_);
 }
 
 TEST_F(SchedulerTest, CopiesTakeTheDescriptionButNotTheTasks) {
