@@ -53,10 +53,9 @@ class CEventLogTest : public ::testing::Test {
 
 TEST_F(CEventLogTest, TheTypeComesFromTheIdentifiersTopBits) {
   CEventLog log(L"App");
-  log.LogMessage(0x00000001u, 0, nullptr, 0);
-  log.LogMessage(0x40000002u, 0, nullptr, 0);
-  log.LogMessage(0x80000003u, 0, nullptr, 0);
-  log.LogMessage(0xC0000004u, 0, nullptr, 0);
+  for (const DWORD id : {0x00000001u, 0x40000002u, 0x80000003u, 0xC0000004u}) {
+    log.LogMessage(id, 0, nullptr, 0);
+  }
   EXPECT_EQ(Events(), (std::vector<Event>{{4, 0x00000001u, "[]"},
                                           {4, 0x40000002u, "[]"},
                                           {2, 0x80000003u, "[]"},

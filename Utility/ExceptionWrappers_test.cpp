@@ -46,20 +46,22 @@ TEST(StructuredExceptionTest, FaultsArriveAsExceptionObjectsAndTheThreadGoesOn) 
   bool went_on = false;
   std::thread([&] {
     _set_se_translator(&CSE_ExceptionTransFunction);
-    CSE_Exception* access = CatchStructured([] { ReadNull(); });
-    ASSERT_NE(access, nullptr);
-    EXPECT_EQ(access->getExceptionCode(), EXCEPTION_ACCESS_VIOLATION);
-    EXPECT_EQ(access->getNumExceptionRecords(), 1);
-    EXPECT_EQ(access->getExceptionRecord(0).ExceptionCode, EXCEPTION_ACCESS_VIOLATION);
-    EXPECT_TRUE(std::regex_match(access->getErrorMessage().str(), MessagePattern(L"C0000005")))
-        << access->getErrorMessage().str();
-    access->Delete();
-
-    CSE_Exception* divide = CatchStructured([] { DivideByZero(1); });
-    ASSERT_NE(divide, nullptr);
-    EXPECT_EQ(divide->getExceptionCode(), EXCEPTION_INT_DIVIDE_BY_ZERO);
-    EXPECT_TRUE(std::regex_match(divide->getErrorMessage().str(), MessagePattern(L"C0000094")));
-    divide->Delete();
+    const struct {
+      void (*raise)();
+      DWORD code;
+      const wchar_t* hex;
+    } faults[] = {{[] { ReadNull(); }, EXCEPTION_ACCESS_VIOLATION, L"C0000005"},
+                  {[] { DivideByZero(1); }, EXCEPTION_INT_DIVIDE_BY_ZERO, L"C0000094"}};
+    for (const auto& fault : faults) {
+      CSE_Exception* caught = CatchStructured(fault.raise);
+      ASSERT_NE(caught, nullptr) << std::hex << fault.code;
+      EXPECT_EQ(caught->getExceptionCode(), fault.code);
+      EXPECT_EQ(caught->getNumExceptionRecords(), 1);
+      EXPECT_EQ(caught->getExceptionRecord(0).ExceptionCode, fault.code);
+      EXPECT_TRUE(std::regex_match(caught->getErrorMessage().str(), MessagePattern(fault.hex)))
+          << caught->getErrorMessage().str();
+      caught->Delete();
+    }
     _set_se_translator(nullptr);
     went_on = true;
   }).join();
@@ -153,8 +155,6 @@ TEST(ComExceptionTest, TextIsTheComErrorsCutToTheBuffer) {
   EXPECT_STREQ(buffer, L"Access");
   const CException& as_const = exception;  // the base's other form has no text
   EXPECT_FALSE(as_const.GetErrorMessage(buffer, 8));
-  const _com_error& error = exception;
-  EXPECT_EQ(error.Error(), E_ACCESSDENIED);
 }
 
 TEST(ComExceptionTest, ErrorInfoReferencesAreTakenOverOrAddedAndThrowTakesThemOver) {

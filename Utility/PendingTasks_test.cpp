@@ -64,36 +64,6 @@ TEST(PendingTasksTest, RunsByDueTimeThenCallbackContextAndIdAsUnsignedNumbers) {
   EXPECT_EQ(PopAll(tasks), expected);
 }
 
-TEST(PendingTasksTest, SchedulingAnIdentityAgainReplacesItsTask) {
-  PendingTasks tasks;
-  EXPECT_FALSE(tasks.Insert(Task(1, 1, 7, 60)));
-  EXPECT_FALSE(tasks.Insert(Task(1, 1, 8, 20)));
-  EXPECT_TRUE(tasks.Insert(Task(1, 1, 7, 10)));  // earlier: now the first
-  EXPECT_EQ(KeyOf(tasks.First()), Key(1, 1, 7, 10));
-  EXPECT_TRUE(tasks.Insert(Task(1, 1, 7, 10)));  // the same time: unchanged
-  EXPECT_TRUE(tasks.Insert(Task(1, 1, 7, 30)));  // later: behind id 8
-  EXPECT_EQ(PopAll(tasks), (std::vector<Key>{{1, 1, 8, 20}, {1, 1, 7, 30}}));
-  EXPECT_FALSE(tasks.Contains({1, 1, 7}));
-}
-
-TEST(PendingTasksTest, ErasesAnyTaskAndFindsTheNextIdentity) {
-  PendingTasks tasks;
-  for (unsigned long id = 0; id < 5; ++id) {
-    tasks.Insert(Task(1, 1, id, 50 - static_cast<std::int64_t>(id)));
-    tasks.Insert(Task(1, 2, id, 50));
-  }
-  EXPECT_TRUE(tasks.Erase({1, 1, 4}));  // the first
-  EXPECT_TRUE(tasks.Erase({1, 1, 2}));  // one in the middle
-  EXPECT_FALSE(tasks.Erase({1, 1, 2}));
-  EXPECT_EQ(KeyOf(tasks.First()), Key(1, 1, 3, 47));
-
-  EXPECT_EQ(KeyOf(*tasks.LowerBound({1, 1, 2})), Key(1, 1, 3, 47));  // after the erased one
-  EXPECT_EQ(KeyOf(*tasks.LowerBound({1, 1, 3})), Key(1, 1, 3, 47));  // itself
-  EXPECT_EQ(KeyOf(*tasks.LowerBound({1, 1, 5})), Key(1, 2, 0, 50));  // the next context
-  EXPECT_EQ(KeyOf(*tasks.LowerBound({0, kHigh, 0})), Key(1, 1, 0, 50));
-  EXPECT_EQ(tasks.LowerBound({1, 2, 5}), nullptr);
-}
-
 TEST(PendingTasksTest, LowerBoundFindsTheNextIdentityWhereverTheSearchEnds) {
   PendingTasks tasks;
   std::vector<unsigned long> ids(298);

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -17,7 +16,6 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "n7utility/core/trace.h"
@@ -79,10 +77,8 @@ class FiringLog {
 class Recorder : public ASchedulerCallback {
  public:
   Recorder(const char* description, FiringLog& log) : ASchedulerCallback(description), log_(log) {}
-  explicit Recorder(const wchar_t* description, FiringLog& log)
+  Recorder(const wchar_t* description, FiringLog& log)
       : ASchedulerCallback(description), log_(log) {}
-  Recorder(const Recorder& other) = default;
-  ~Recorder() override = default;
 
   // Runs inside the callback, before the firing is logged.
   std::function<void(void*, unsigned long)> on_task;
@@ -131,31 +127,6 @@ TEST_F(SchedulerTest, RescheduleReplacesThePendingTask) {
   EXPECT_FALSE(recorder.IsScheduled(&context_a_, 7));
   Advance(60 * kSecond);
   EXPECT_EQ(log_.Snapshot().size(), 1u);
-}
-
-TEST_F(SchedulerTest, TasksDueTogetherRunByCallbackContextAndId) {
-  auto first = std::make_unique<Recorder>("first", log_);
-  auto second = std::make_unique<Recorder>("second", log_);
-  if (std::less<>()(second.get(), first.get())) std::swap(first, second);
-  int contexts[2];
-  const std::int64_t due = Now() + 5;
-  // Scheduled in scrambled order; all due in the same second.
-  for (Recorder* recorder : {second.get(), first.get()}) {
-    for (unsigned long id : {3ul, 1ul, 2ul}) {
-      recorder->ScheduleTaskAt(&contexts[1], id, CN7DateTime(due));
-      recorder->ScheduleTaskAt(&contexts[0], id, CN7DateTime(due));
-    }
-  }
-  Settle();
-  Advance(5 * kSecond);
-  auto firings = log_.WaitFor(12);
-  std::vector<Firing> expected;
-  for (Recorder* recorder : {first.get(), second.get()}) {
-    for (int* context : {&contexts[0], &contexts[1]}) {
-      for (unsigned long id : {1ul, 2ul, 3ul}) expected.push_back({recorder, context, id, due});
-    }
-  }
-  EXPECT_EQ(firings, expected);
 }
 
 TEST_F(SchedulerTest, NextPeriodCountsFromLocalMidnight) {
@@ -224,22 +195,6 @@ TEST_F(SchedulerTest, MeteredRunsAreSpacedFromThePreviousDueTime) {
   Settle();
 }
 
-TEST_F(SchedulerTest, DescheduleTasksRemovesOneContextOnly) {
-  Recorder recorder("contexts", log_);
-  for (unsigned long id : {1ul, 2ul, 3ul}) recorder.ScheduleTaskForSec(&context_a_, id, 5);
-  recorder.ScheduleTaskForSec(&context_b_, 1, 5);
-  recorder.DescheduleTasks(&context_a_);
-  recorder.DescheduleTask(&context_b_, 99);  // not pending: nothing happens
-  for (unsigned long id : {1ul, 2ul, 3ul}) EXPECT_FALSE(recorder.IsScheduled(&context_a_, id));
-  EXPECT_TRUE(recorder.IsScheduled(&context_b_, 1));
-  Settle();
-  Advance(5 * kSecond);
-  const auto firings = log_.WaitFor(1);
-  Settle();
-  ASSERT_EQ(log_.Snapshot().size(), 1u);
-  EXPECT_EQ(firings[0].context, &context_b_);
-}
-
 TEST_F(SchedulerTest, CallbacksMayScheduleAndDescheduleTheirOwnTasks) {
   Recorder recorder("reentrant", log_);
   const std::int64_t start = Now();
@@ -262,19 +217,27 @@ TEST_F(SchedulerTest, CallbacksMayScheduleAndDescheduleTheirOwnTasks) {
   EXPECT_EQ(firings[2], (Firing{&recorder, &context_a_, 1, start + 10}));
 }
 
-TEST_F(SchedulerTest, DestroyedCallbackLeavesNoPendingTask) {
+// Descheduling a context and destroying a callback each remove their own group of tasks only:
+// the survivor's task shares its context and id with one of the destroyed callback's.
+TEST_F(SchedulerTest, DescheduleTasksAndDestructionRemoveOnlyTheirGroup) {
   auto doomed = std::make_unique<Recorder>("doomed", log_);
   doomed->ScheduleTaskForSec(&context_a_, 1, 5);
-  doomed->ScheduleTaskForSec(&context_b_, 2, 5);
+  doomed->ScheduleTaskForSec(&context_b_, 1, 5);
   Recorder survivor("survivor", log_);
-  survivor.ScheduleTaskForSec(&context_a_, 1, 5);
+  for (unsigned long id : {1ul, 2ul, 3ul}) survivor.ScheduleTaskForSec(&context_a_, id, 5);
+  survivor.ScheduleTaskForSec(&context_b_, 1, 5);
+  survivor.DescheduleTasks(&context_a_);
+  for (unsigned long id : {1ul, 2ul, 3ul}) EXPECT_FALSE(survivor.IsScheduled(&context_a_, id));
+  EXPECT_TRUE(doomed->IsScheduled(&context_a_, 1));
   doomed.reset();
+  ASSERT_TRUE(survivor.IsScheduled(&context_b_, 1));
   Settle();
   Advance(5 * kSecond);
   const auto firings = log_.WaitFor(1);
   Settle();
   ASSERT_EQ(log_.Snapshot().size(), 1u);
   EXPECT_EQ(firings[0].callback, &survivor);
+  EXPECT_EQ(firings[0].context, &context_b_);
 }
 
 TEST_F(SchedulerTest, CopiesTakeTheDescriptionButNotTheTasks) {
@@ -332,6 +295,7 @@ class TraceCapture : public n7trace::test_support::TraceCapture {
  public:
   TraceCapture() : n7trace::test_support::TraceCapture("N7Scheduler", 41, 61) {}
 };
+using Message = TraceCapture::Message;
 
 std::string PointerText(const void* pointer) {
   std::ostringstream text;
@@ -356,23 +320,18 @@ TEST_F(SchedulerTest, TraceMessagesNameTheTaskAndItsTime) {
   auto tail = capture.Take();
   messages.insert(messages.end(), tail.begin(), tail.end());
 
-  const std::vector<std::tuple<std::string, std::string>> expected = {
-      {"CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",4) in 10 sec"},
-      {"CScheduler::DescheduleTask", "DescheduleTask(traced," + context + ",4)"},
-      {"CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",5) in 0 sec"},
-      {"CScheduler::MemberThread()", "Running(traced," + context + ",5)"},
-      {"CScheduler::DescheduleTasks", "DescheduleTasks(traced," + context + ")"},
-      {"CScheduler::DescheduleTasks", "DescheduleTask(gone)"},
+  const auto message = [](const char* function, const std::string& text) {
+    return Message{function, "Utility/Scheduler", text, 61, 2, 2};
   };
-  ASSERT_EQ(messages.size(), expected.size());
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_EQ(messages[i].function, std::get<0>(expected[i])) << i;
-    EXPECT_EQ(messages[i].text, std::get<1>(expected[i])) << i;
-    EXPECT_EQ(messages[i].file, "Utility/Scheduler");
-    EXPECT_EQ(messages[i].level, 61);
-    EXPECT_EQ(messages[i].msg_type, 2);
-    EXPECT_EQ(messages[i].user_msg_type, 2);
-  }
+  const std::vector<Message> expected = {
+      message("CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",4) in 10 sec"),
+      message("CScheduler::DescheduleTask", "DescheduleTask(traced," + context + ",4)"),
+      message("CScheduler::ScheduleTask()", "ScheduleTaskAt(traced," + context + ",5) in 0 sec"),
+      message("CScheduler::MemberThread()", "Running(traced," + context + ",5)"),
+      message("CScheduler::DescheduleTasks", "DescheduleTasks(traced," + context + ")"),
+      message("CScheduler::DescheduleTasks", "DescheduleTask(gone)"),
+  };
+  EXPECT_EQ(messages, expected);
 }
 
 }  // namespace

@@ -96,16 +96,6 @@ TEST_F(WaitableObjectsTest, AStopPostedBeforeTheWaitBlocksIsNotLost) {
   EXPECT_EQ(set.codes, std::vector<unsigned long>{1});
 }
 
-TEST(WaitableObjectsStopRaceTest, AStopAtAnyMomentEndsAWaitWithoutTimeout) {
-  for (int round = 0; round < 200; ++round) {
-    CWaitableObjects set;
-    std::thread waiter(
-        [&set] { EXPECT_EQ(set.WaitForObject(INFINITE, nullptr), CWaitableObjects::kStopped); });
-    set.Stop();
-    waiter.join();
-  }
-}
-
 TEST_F(WaitableObjectsTest, SignalsDoNotExtendTheTimeout) {
   CWaitableObjects set;
   auto wait = StartWait(set, 1000);
