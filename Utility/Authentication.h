@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "n7utility/n7crypto/key.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/framework/CString.h"
 
 namespace N7A {

@@ -35,8 +35,8 @@
 #include <memory>
 #include <string_view>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 
 // The destructor is not virtual: a date is a value, and a class that overrides MakeString is never

@@ -13,8 +13,8 @@
 // re-arming and closing.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/SyncObjects.h"
 

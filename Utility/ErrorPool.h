@@ -16,8 +16,8 @@
 // message box handler returns.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/Map.h"
 

@@ -14,8 +14,8 @@
 // may report through one CEventLog, but not while it is being built or destroyed.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/system/EventLog.h"
 

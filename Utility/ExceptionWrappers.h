@@ -16,8 +16,8 @@
 
 #include <vector>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/ComError.h"
 #include "n7utility/platform/framework/Exceptions.h"

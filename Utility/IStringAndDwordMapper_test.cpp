@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "n7utility/core/GlobalLocale_test.h"
+#include "n7utility/core/global_locale_test.h"
 
 namespace {
 

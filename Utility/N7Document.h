@@ -22,9 +22,9 @@
 // until the next document is opened. A document is used by one thread at a time.
 #pragma once
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/Object.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/Archive.h"
 #include "n7utility/platform/framework/Document.h"
 #include "n7utility/platform/framework/Map.h"

@@ -22,9 +22,9 @@
 #include <cstdint>
 #include <mutex>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/thread_annotations.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 class N7_EXPORT AReadWriteLock {
  public:

@@ -12,8 +12,8 @@
 // GetLastError is 0 before the first operation.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/system/Registry.h"
 

@@ -24,9 +24,9 @@
 #include <cstdarg>
 #include <unordered_map>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/thread_annotations.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/ModuleState.h"
 #include "n7utility/platform/framework/SyncObjects.h"

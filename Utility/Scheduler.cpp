@@ -20,7 +20,7 @@
 #include "n7utility/core/text.h"
 #include "n7utility/core/trace.h"
 #include "n7utility/platform/base/NoDestructor.h"
-#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
 #include "n7utility/platform/framework/SyncObjects.h"
 #include "n7utility/platform/kernel/KernelObjects.h"
 #include "n7utility/platform/kernel/N7DateTime.h"

@@ -18,7 +18,7 @@
 
 #include <string>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/kernel/N7DateTime.h"
 
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): protected on purpose, see below

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "n7utility/Utility/Authentication.h"
-#include "n7utility/core/GlobalLocale_test.h"
+#include "n7utility/core/global_locale_test.h"
 #include "n7utility/core/testing_internal.h"
 #include "n7utility/core/text.h"
 #include "n7utility/n7crypto/key.h"

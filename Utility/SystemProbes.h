@@ -5,7 +5,7 @@
 // call any of them at any time.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/framework/CString.h"
 
 // 1 when the COM library's CoInitializeEx cannot be found in this process (its module "OLE32" is

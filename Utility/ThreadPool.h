@@ -21,9 +21,9 @@
 #include <atomic>
 #include <list>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/thread_annotations.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/Exceptions.h"
 #include "n7utility/platform/framework/SyncObjects.h"
 #include "n7utility/platform/kernel/Thread.h"

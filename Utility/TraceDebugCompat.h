@@ -18,7 +18,7 @@
 
 #include <cstdarg>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 // The argument-list form. `args` is the platform's argument list, as the caller's own variadic
 // function received it.

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7core::hardware {
 

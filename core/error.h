@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "n7utility/core/refcount.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7core {
 

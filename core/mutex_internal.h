@@ -7,7 +7,7 @@
 
 #include <mutex>
 
-#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
 
 namespace n7core::internal {
 

@@ -32,7 +32,7 @@
 #include <vector>
 
 #include "n7utility/core/error.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7serialize {
 

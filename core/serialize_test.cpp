@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "n7utility/core/GlobalLocale_test.h"
+#include "n7utility/core/global_locale_test.h"
 
 namespace n7serialize {
 namespace {

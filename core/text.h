@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7core {
 

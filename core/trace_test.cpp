@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "n7utility/core/GlobalLocale_test.h"
+#include "n7utility/core/global_locale_test.h"
 #include "n7utility/core/heap_counter_test.h"
 #include "n7utility/core/trace_capture_test.h"
 #include "n7utility/core/trace_internal.h"

@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/TextCodec.h"
-#include "n7utility/platform/base/export.h"
 
 namespace n7core {
 

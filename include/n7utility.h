@@ -5,7 +5,7 @@
 
 // Platform layer: Win32 and framework names over Linux.
 #include <n7utility/platform/base/Object.h>
-#include <n7utility/platform/base/windows_types.h>
+#include <n7utility/platform/base/WindowsTypes.h>
 #include <n7utility/platform/framework/Archive.h>
 #include <n7utility/platform/framework/CString.h>
 #include <n7utility/platform/framework/ComError.h>

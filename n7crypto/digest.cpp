@@ -5,7 +5,7 @@
 #include "n7utility/core/error.h"
 #include "n7utility/n7crypto/digest_internal.h"
 #include "n7utility/n7crypto/errors.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7crypto::impl {
 namespace {

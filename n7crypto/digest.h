@@ -8,7 +8,7 @@
 
 #include <cstddef>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 struct evp_md_st;
 struct evp_md_ctx_st;

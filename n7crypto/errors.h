@@ -5,7 +5,7 @@
 #pragma once
 
 #include "n7utility/core/error.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7crypto::errors {
 

@@ -9,7 +9,7 @@
 #include "n7utility/core/safe_cast.h"
 #include "n7utility/n7crypto/key_internal.h"
 #include "n7utility/n7crypto/wipe.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7crypto {
 namespace impl {

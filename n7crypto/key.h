@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7crypto {
 

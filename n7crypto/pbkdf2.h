@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "n7utility/n7crypto/key.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7crypto {
 

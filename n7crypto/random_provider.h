@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7crypto {
 

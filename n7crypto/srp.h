@@ -19,7 +19,7 @@
 
 #include "n7utility/n7crypto/key.h"
 #include "n7utility/n7crypto/random_provider.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7crypto {
 

@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7crypto {
 

@@ -17,7 +17,7 @@
 
 #include "n7utility/core/error.h"
 #include "n7utility/n7xml/string_tokenizer.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7xml {
 

@@ -18,7 +18,7 @@
 #include <utility>
 
 #include "n7utility/core/error.h"
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7xml {
 

@@ -2,8 +2,8 @@
 // to read. Every layer sets it, so it sits below all of them.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 N7_EXPORT DWORD GetLastError();
 N7_EXPORT void SetLastError(DWORD error);

@@ -8,7 +8,7 @@
 
 #include "n7utility/platform/base/NoDestructor.h"
 #include "n7utility/platform/base/ServiceMutex.h"
-#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
 
 namespace {
 

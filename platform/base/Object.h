@@ -22,8 +22,8 @@
 // last is found until it is withdrawn (n7platform::WithdrawClass); the registry is thread-safe.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 class CArchive;
 class CObject;

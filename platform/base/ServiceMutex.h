@@ -5,7 +5,7 @@
 
 #include <mutex>
 
-#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
 
 namespace n7platform::internal {
 

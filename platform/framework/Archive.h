@@ -29,9 +29,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/Object.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/Exceptions.h"
 #include "n7utility/platform/framework/File.h"

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <utility>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 struct HINSTANCE_Opaque;
 

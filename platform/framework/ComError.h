@@ -4,8 +4,8 @@
 // value (_com_issue_error).
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 using HRESULT = LONG;
 using SCODE = LONG;

@@ -12,9 +12,9 @@
 
 #include <functional>
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/Object.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/Archive.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/Exceptions.h"

@@ -7,8 +7,8 @@
 // The exceptions the platform throws itself are heap objects, so `delete e` works on them too.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/system/MessageBox.h"
 
 // Base of the framework's exceptions.

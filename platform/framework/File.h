@@ -5,9 +5,9 @@
 // set the calling thread's last error (errno translated to the nearest Win32 code).
 #pragma once
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/Object.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/Exceptions.h"
 

@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/framework/File.h"
 
 // Reads, writes and seeks like a CFile. Seeking past the end is allowed; writing there fills the

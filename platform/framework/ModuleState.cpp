@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "n7utility/platform/base/NoDestructor.h"
-#include "n7utility/platform/base/thread_annotations.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
 #include "n7utility/platform/framework/CString.h"
 #include "n7utility/platform/framework/SyncObjects.h"
 

@@ -12,8 +12,8 @@
 // loading at the same time, as in the framework.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/system/Resources.h"
 
 // NOLINTBEGIN(readability-identifier-naming): the framework's names

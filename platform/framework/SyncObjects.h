@@ -7,10 +7,10 @@
 
 #include <mutex>
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/Object.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/thread_annotations.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // Base of the framework's synchronisation objects. m_hObject is the kernel object, or null for a
 // critical section, which lives in user space.

@@ -3,8 +3,8 @@
 // failures set the last error.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // Watches one directory (not its subdirectories: `watch_subtree` TRUE fails with
 // ERROR_NOT_SUPPORTED) for the changes named by `filter` (FILE_NOTIFY_CHANGE_*). The handle is

@@ -10,7 +10,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace n7platform {
 

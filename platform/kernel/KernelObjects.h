@@ -13,9 +13,9 @@
 
 #include <cstdint>
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/LastError.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/kernel/ChangeNotification.h"
 #include "n7utility/platform/kernel/Mutex.h"
 #include "n7utility/platform/kernel/Semaphore.h"

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "n7utility/platform/base/ServiceMutex.h"
-#include "n7utility/platform/base/thread_annotations.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/kernel/Clock.h"
 #include "n7utility/platform/kernel/KernelObjects.h"
 

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <vector>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/kernel/Clock.h"
 
 namespace n7platform {

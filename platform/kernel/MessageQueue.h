@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 using HWND = struct HWND_opaque*;
 using WPARAM = std::uintptr_t;

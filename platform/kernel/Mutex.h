@@ -2,8 +2,8 @@
 // closed with CloseHandle. Any thread may call these; failures set the last error.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // Creates an unnamed mutex, owned by the calling thread when `initial_owner` is TRUE. The owner may
 // take it again; it is free once released as often as taken. A thread that ends while owning

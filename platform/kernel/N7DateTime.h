@@ -7,7 +7,7 @@
 #include <compare>
 #include <cstdint>
 
-#include "n7utility/platform/base/export.h"
+#include "n7utility/platform/base/Export.h"
 
 namespace N7OS {
 

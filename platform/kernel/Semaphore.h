@@ -2,8 +2,8 @@
 // CloseHandle. Any thread may call these; failures set the last error.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // Creates an unnamed semaphore; 0 <= initial_count <= maximum_count and maximum_count > 0, else
 // ERROR_INVALID_PARAMETER. Each wait that takes it lowers the count by one.

@@ -14,9 +14,9 @@
 
 #include <cstdint>
 
+#include "n7utility/platform/base/Export.h"
 #include "n7utility/platform/base/Object.h"
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/kernel/MessageQueue.h"
 
 using AFX_THREADPROC = UINT (*)(LPVOID);

@@ -1,8 +1,8 @@
 // Win32 time calls over the library's clock (platform/kernel/Clock.h).
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 N7_EXPORT void GetSystemTimeAsFileTime(FILETIME* file_time);
 N7_EXPORT void GetSystemTime(SYSTEMTIME* system_time);

@@ -39,8 +39,8 @@
 
 #include <cstdarg>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x00000100u;
 inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x00000200u;

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7platform {
 

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 using HLOCAL = HANDLE;
 

@@ -2,7 +2,7 @@
 // error number means as a Win32 error code, and whether a server name names this machine.
 #pragma once
 
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7platform::internal {
 

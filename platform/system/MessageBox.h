@@ -5,8 +5,8 @@
 // test that wants to see what would have been shown, replaces the handler.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // Button sets and icons of the style flags.
 inline constexpr UINT MB_OK = 0x00000000u;

@@ -36,8 +36,8 @@
 
 #include <cstdint>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // An opaque reference to an open key (never dereferenced).
 using HKEY = struct N7RegistryKey*;

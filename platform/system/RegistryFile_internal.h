@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7platform::internal {
 

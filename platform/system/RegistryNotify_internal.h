@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/system/RegistryStore_internal.h"
 
 namespace n7platform::internal {

@@ -25,8 +25,8 @@
 #include <vector>
 
 #include "n7utility/platform/base/ServiceMutex.h"
-#include "n7utility/platform/base/thread_annotations.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/ThreadAnnotations.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 #include "n7utility/platform/system/RegistryFile_internal.h"
 
 namespace n7platform::internal {

@@ -32,8 +32,8 @@
 #include <string>
 #include <string_view>
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // NOLINTBEGIN(readability-identifier-naming): the Win32 names
 

@@ -20,8 +20,8 @@
 // threads. Failures set the calling thread's last error.
 #pragma once
 
-#include "n7utility/platform/base/export.h"
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/Export.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 // An opaque reference to the service manager or a service (never dereferenced).
 using SC_HANDLE = struct N7ServiceControlHandle*;

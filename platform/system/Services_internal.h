@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7platform::internal {
 

@@ -1,7 +1,7 @@
 // The built-in table of system message texts behind FormatMessageW's FORMAT_MESSAGE_FROM_SYSTEM.
 #pragma once
 
-#include "n7utility/platform/base/windows_types.h"
+#include "n7utility/platform/base/WindowsTypes.h"
 
 namespace n7platform {
 

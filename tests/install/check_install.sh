@@ -30,7 +30,7 @@ cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 echo "installed into $prefix"
 
 for file in lib/libn7utility.so include/n7utility.h \
-  include/n7utility/platform/base/export.h include/n7utility/core/trace.h \
+  include/n7utility/platform/base/Export.h include/n7utility/core/trace.h \
   include/n7utility/Utility/Scheduler.h lib/pkgconfig/n7utility.pc \
   lib/cmake/n7utility/n7utilityConfig.cmake lib/cmake/n7utility/n7utilityConfigVersion.cmake \
   lib/cmake/n7utility/n7utilityResources.cmake include/n7utility/platform/system/ResourceTable.h \
