@@ -10,6 +10,9 @@
 
 namespace n7test {
 
+// setlocale is process-wide by nature, which is what these tests set out to exercise; they switch
+// it while no other thread of theirs runs.
+// NOLINTBEGIN(concurrency-mt-unsafe)
 class ScopedGlobalLocale {
  public:
   explicit ScopedGlobalLocale(const char* name) : saved_c_(std::setlocale(LC_ALL, nullptr)) {
@@ -33,6 +36,7 @@ class ScopedGlobalLocale {
   std::string saved_c_;
   std::optional<std::locale> saved_cpp_;
 };
+// NOLINTEND(concurrency-mt-unsafe)
 
 }  // namespace n7test
 

@@ -268,7 +268,8 @@ TEST(TraceConcurrencyTest, ManyThreadsTraceWholeLines) {
 }  // namespace n7trace
 
 // Points the process-wide trace output at a file of this run and configures two topics, before
-// any test makes the manager read the environment.
+// any test makes the manager read the environment. A set-up that throws ends the run, as it should.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   const n7platform::test_support::TempDir dir;
   n7trace::g_output_path = dir / "output";

@@ -102,10 +102,12 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv,
   int pipe_ends[2];
   if (pipe2(pipe_ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
   std::vector<char*> args;
+  args.reserve(argv.size() + 1);
   for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
   args.push_back(nullptr);
   // The added entries first: a name that is also inherited takes the first value.
   std::vector<char*> env;
+  env.reserve(environment.size() + 1);
   for (const std::string& entry : environment) env.push_back(const_cast<char*>(entry.c_str()));
   for (char** entry = environ; *entry != nullptr; ++entry) env.push_back(*entry);
   env.push_back(nullptr);
@@ -118,7 +120,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv,
   output_ = pipe_ends[0];
   if (error != 0) {
     close(output_);
-    throw std::runtime_error("cannot start " + argv[0] + ": " + std::strerror(error));
+    throw std::runtime_error("cannot start " + argv[0] + ": " +
+                             std::strerror(error));  // NOLINT(concurrency-mt-unsafe)
   }
 }
 

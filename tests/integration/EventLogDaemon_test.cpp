@@ -41,14 +41,16 @@ std::string Message(DWORD id, const std::vector<std::wstring>& strings) {
 class EventLogDaemonTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    unsetenv("N7_EVENTLOG_FILE");
-    setenv("N7_SYSLOG_SOCKET", daemon_.socket_path().c_str(), 1);
+    // The tests run one at a time, with no other thread of theirs left running.
+    unsetenv("N7_EVENTLOG_FILE");                                  // NOLINT(concurrency-mt-unsafe)
+    setenv("N7_SYSLOG_SOCKET", daemon_.socket_path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
   }
-  void TearDown() override { unsetenv("N7_SYSLOG_SOCKET"); }
+  void TearDown() override { unsetenv("N7_SYSLOG_SOCKET"); }  // NOLINT(concurrency-mt-unsafe)
 
   // Reports one event of category 0 without raw data through `log`.
   static BOOL Report(HANDLE log, WORD type, DWORD id, const std::vector<std::wstring>& strings) {
     std::vector<LPCWSTR> pointers;
+    pointers.reserve(strings.size());
     for (const std::wstring& text : strings) pointers.push_back(text.c_str());
     return ReportEventW(log, type, 0, id, nullptr, static_cast<WORD>(pointers.size()), 0,
                         pointers.data(), nullptr);
@@ -85,6 +87,7 @@ TEST_F(EventLogDaemonTest, EachTypeArrivesWithTheSourceAsIdentifierAndItsPriorit
 
 TEST_F(EventLogDaemonTest, EveryStringArrivesWhole) {
   std::vector<std::wstring> sixteen;
+  sixteen.reserve(16);
   for (int i = 0; i < 16; ++i) sixteen.push_back(L"s" + std::to_wstring(i));
   const std::vector<std::wstring> cases[] = {
       {},
@@ -125,7 +128,7 @@ TEST_F(EventLogDaemonTest, NoEventIsLostWhenThreadsReportAtOnce) {
   }
   DeregisterEventSource(log);
   EXPECT_EQ(failures, std::vector<DWORD>(kThreads, 0));
-  const std::vector<Record> records = daemon_.WaitForRecords(kThreads * kPerThread);
+  const std::vector<Record> records = daemon_.WaitForRecords(std::size_t{kThreads} * kPerThread);
   std::set<std::string> messages;
   for (const Record& record : records) {
     if (record.identifier == "n7Burst" && record.severity == 4) messages.insert(record.message);

@@ -28,8 +28,10 @@ class ServicesDaemonTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(manager_.ReadLine(n7test::kDaemonDeadline), "ready");
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.address().c_str(), 1);
+    // The tests run one at a time, with no other thread of theirs left running.
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.address().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
   }
+  // NOLINTNEXTLINE(concurrency-mt-unsafe)
   void TearDown() override { unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
 
   // The state QueryServiceStatus reports for `name`, or 0 when the service cannot be opened.

@@ -85,6 +85,7 @@ const sd_bus_vtable kUnitVtable[] = {
 };
 
 int Fail(const char* what, int error) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the stand-in reports from one thread
   std::fprintf(stderr, "service_manager_standin: %s: %s\n", what, std::strerror(-error));
   return 1;
 }
