@@ -11,9 +11,12 @@
 #include <thread>
 #include <vector>
 
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 #include "n7utility/platform/kernel/ClockFixture_internal.h"
 
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 // The names of the threads that got the lock, in order.
 class Log {
@@ -169,30 +172,25 @@ TYPED_TEST(ExclusionTest, WritersAreAloneReadersShare) {
   std::atomic<int> readers{0};
   std::atomic<int> writers{0};
   long long total = 0;  // written under the write lock only
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int round = 0; round < kRounds; ++round) {
-        if ((round + t) % 4 == 0) {
-          lock.AcquireWriteLock();
-          EXPECT_EQ(++writers, 1);
-          EXPECT_EQ(readers.load(), 0);
-          ++total;
-          --writers;
-          lock.ReleaseWriteLock();
-        } else {
-          lock.AcquireReadLock();
-          ++readers;
-          EXPECT_EQ(writers.load(), 0);
-          EXPECT_GE(total, 0);
-          --readers;
-          lock.ReleaseReadLock();
-        }
+  RunConcurrently(kThreads, [&](int t) {
+    for (int round = 0; round < kRounds; ++round) {
+      if ((round + t) % 4 == 0) {
+        lock.AcquireWriteLock();
+        EXPECT_EQ(++writers, 1);
+        EXPECT_EQ(readers.load(), 0);
+        ++total;
+        --writers;
+        lock.ReleaseWriteLock();
+      } else {
+        lock.AcquireReadLock();
+        ++readers;
+        EXPECT_EQ(writers.load(), 0);
+        EXPECT_GE(total, 0);
+        --readers;
+        lock.ReleaseReadLock();
       }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+    }
+  });
   EXPECT_EQ(total, kThreads * kRounds / 4);
 }
 

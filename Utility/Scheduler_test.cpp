@@ -15,11 +15,11 @@
 #include <mutex>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "n7utility/core/trace.h"
 #include "n7utility/core/trace_capture_test.h"
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 #include "n7utility/platform/base/NoDestructor.h"
 #include "n7utility/platform/kernel/Clock.h"
 #include "n7utility/platform/kernel/ManualClock.h"
@@ -27,6 +27,7 @@
 namespace {
 
 using N7OS::CN7DateTime;
+using n7platform::test_support::RunConcurrently;
 
 constexpr std::uint64_t kSecond = 1000;
 constexpr std::uint64_t kDay = 86400 * kSecond;
@@ -270,17 +271,13 @@ TEST_F(SchedulerTest, ManyThreadsScheduleAndDescheduleAtOnce) {
   std::vector<std::unique_ptr<Recorder>> recorders;
   recorders.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) recorders.push_back(std::make_unique<Recorder>("busy", log_));
-  std::vector<std::thread> threads;
-  threads.reserve(recorders.size());
-  for (auto& recorder : recorders) {
-    threads.emplace_back([this, &recorder] {
-      for (unsigned long id = 0; id < kTasks; ++id) {
-        recorder->ScheduleTaskForSec(&context_a_, id, id % 2 == 0 ? 0 : 5);
-        if (id % 4 == 1) recorder->DescheduleTask(&context_a_, id);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&](int t) {
+    Recorder& recorder = *recorders[static_cast<std::size_t>(t)];
+    for (unsigned long id = 0; id < kTasks; ++id) {
+      recorder.ScheduleTaskForSec(&context_a_, id, id % 2 == 0 ? 0 : 5);
+      if (id % 4 == 1) recorder.DescheduleTask(&context_a_, id);
+    }
+  });
   Settle();
   Advance(5 * kSecond);
   // Even ids ran at once, odd ids not descheduled ran after 5 s.

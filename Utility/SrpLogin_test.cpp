@@ -3,9 +3,7 @@
 
 #include <algorithm>
 #include <functional>
-#include <latch>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "n7utility/Utility/Authentication.h"
@@ -14,9 +12,12 @@
 #include "n7utility/core/text.h"
 #include "n7utility/n7crypto/key.h"
 #include "n7utility/n7crypto/srp.h"
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 
 namespace N7A {
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 using Bytes = std::vector<unsigned char>;
 using n7core::test_support::thrown_error;
@@ -254,25 +255,17 @@ TEST(Login, ManyLoginsRunAtOnceOnTheSharedContext) {
   constexpr int kLogins = 3;
   const std::string pbkdf2Blob = MdgM2("Operator", "Night-Shift 7");
   const std::string legacyBlob = legacy_blob("Operator", "Night-Shift 7", salt_of_size(16));
-  std::latch start(kThreads);
   std::vector<int> completed(kThreads, 0);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      start.arrive_and_wait();
-      for (int i = 0; i < kLogins; ++i) {
-        const std::string& blob = (t + i) % 2 == 0 ? pbkdf2Blob : legacyBlob;
-        const Login l = log_in("Operator", "Night-Shift 7", blob);
-        const Login wrong = log_in("Operator", "Night-Shift 8", blob);
-        if (l.clientAccepted && bytes_of(l.clientK) == bytes_of(l.serverK) &&
-            !wrong.serverAccepted) {
-          ++completed[static_cast<std::size_t>(t)];
-        }
+  RunConcurrently(kThreads, [&](int t) {
+    for (int i = 0; i < kLogins; ++i) {
+      const std::string& blob = (t + i) % 2 == 0 ? pbkdf2Blob : legacyBlob;
+      const Login l = log_in("Operator", "Night-Shift 7", blob);
+      const Login wrong = log_in("Operator", "Night-Shift 8", blob);
+      if (l.clientAccepted && bytes_of(l.clientK) == bytes_of(l.serverK) && !wrong.serverAccepted) {
+        ++completed[static_cast<std::size_t>(t)];
       }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+    }
+  });
   EXPECT_EQ(completed, std::vector<int>(kThreads, kLogins));
 }
 

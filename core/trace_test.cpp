@@ -7,21 +7,22 @@
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
-#include <latch>
 #include <regex>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "n7utility/core/global_locale_test.h"
 #include "n7utility/core/heap_counter_test.h"
 #include "n7utility/core/trace_capture_test.h"
 #include "n7utility/core/trace_internal.h"
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 #include "n7utility/platform/base/TempDir_test.h"
 
 namespace n7trace {
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
@@ -217,16 +218,9 @@ TEST(TraceManagerTest, ReportsConfigurationProblemsOnceOnStandardError) {
 TEST(TraceConcurrencyTest, ConcurrentTopicLookupsShareOneHandle) {
   constexpr int kThreads = 8;
   std::vector<intTopicHdl*> handles(kThreads);
-  std::latch start(kThreads);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      start.arrive_and_wait();
-      handles[static_cast<std::size_t>(i)] = get_trace_mgr().topic_handle("Raced Topic", 0, 1);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&](int i) {
+    handles[static_cast<std::size_t>(i)] = get_trace_mgr().topic_handle("Raced Topic", 0, 1);
+  });
   for (intTopicHdl* handle : handles) EXPECT_EQ(handle, handles[0]);
 }
 
@@ -236,19 +230,11 @@ TEST(TraceConcurrencyTest, ManyThreadsTraceWholeLines) {
   constexpr std::size_t kTotal = std::size_t{kThreads} * kMessages;
   CapturedTopic topic("Concurrent Topic", 1);
   CountingSink sink;
-  std::latch start(kThreads);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      start.arrive_and_wait();
-      for (int i = 0; i < kMessages; ++i) {
-        N7_TRACE_MESSAGE(topic.handle, 1, 2, "worker", "core/trace_test", "message {} {}")
-            << t << i;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&](int t) {
+    for (int i = 0; i < kMessages; ++i) {
+      N7_TRACE_MESSAGE(topic.handle, 1, 2, "worker", "core/trace_test", "message {} {}") << t << i;
+    }
+  });
 
   EXPECT_EQ(sink.overlaps(), 0);
   EXPECT_EQ(static_cast<std::size_t>(sink.writes()), kTotal);

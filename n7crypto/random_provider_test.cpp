@@ -4,14 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <latch>
-#include <thread>
 #include <vector>
 
 #include "n7utility/core/testing_internal.h"
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 
 namespace n7crypto {
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 using n7core::test_support::thrown_error;
 
@@ -38,19 +39,12 @@ TEST(RandomProviderTest, NullBufferAndEmptySizeDoNothingAndNegativeSizeIsAnError
 TEST(RandomProviderTest, ManyThreadsDrawAtOnce) {
   constexpr int kThreads = 4;
   constexpr int kDraws = 500;
-  std::latch start(kThreads);
   std::vector<std::array<unsigned char, 16>> last(kThreads);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      const RandomProviderPtr provider = get_default_random_provider();
-      start.arrive_and_wait();
-      auto& buffer = last[static_cast<std::size_t>(t)];
-      for (int i = 0; i < kDraws; ++i) provider->generate_random(buffer.data(), 16);
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&](int t) {
+    const RandomProviderPtr provider = get_default_random_provider();
+    auto& buffer = last[static_cast<std::size_t>(t)];
+    for (int i = 0; i < kDraws; ++i) provider->generate_random(buffer.data(), 16);
+  });
   std::sort(last.begin(), last.end());
   EXPECT_EQ(std::adjacent_find(last.begin(), last.end()), last.end());
 }

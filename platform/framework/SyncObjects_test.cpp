@@ -6,10 +6,13 @@
 #include <thread>
 #include <vector>
 
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 #include "n7utility/platform/framework/Exceptions.h"
 #include "n7utility/platform/kernel/KernelObjects.h"
 
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 TEST(SingleLockTest, LocksOnceUnlocksOnDestructionAndToleratesNull) {
   CMutex mutex;
@@ -91,14 +94,9 @@ TEST(CriticalSectionTest, IsReentrantAndExcludesOtherThreads) {
   constexpr int kRounds = 2000;
   CCriticalSection section;
   int counter = 0;
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int round = 0; round < kRounds; ++round) IncrementTwiceLocked(section, counter);
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&](int /*thread*/) {
+    for (int round = 0; round < kRounds; ++round) IncrementTwiceLocked(section, counter);
+  });
   EXPECT_EQ(counter, kThreads * kRounds);
 }
 

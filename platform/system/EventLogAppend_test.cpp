@@ -3,15 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <latch>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 #include "n7utility/platform/base/TempDir_test.h"
 #include "n7utility/platform/system/EventLog.h"
 
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 using n7platform::test_support::ScopedEnv;
 using n7platform::test_support::TempDir;
@@ -31,20 +32,13 @@ TEST(EventLogAppendTest, ConcurrentReportsKeepEveryLineWhole) {
   // Long strings make a torn write show up as a broken line.
   const std::wstring payload(2000, L'x');
   LPCWSTR strings[] = {payload.c_str()};
-  std::latch start(kThreads);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      start.arrive_and_wait();
-      for (int i = 0; i < kEvents; ++i) {
-        HANDLE source = i % 2 == 0 ? shared : own[static_cast<std::size_t>(t)];
-        ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, static_cast<DWORD>(i), nullptr, 1, 0,
-                     strings, nullptr);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&](int t) {
+    for (int i = 0; i < kEvents; ++i) {
+      HANDLE source = i % 2 == 0 ? shared : own[static_cast<std::size_t>(t)];
+      ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, static_cast<DWORD>(i), nullptr, 1, 0,
+                   strings, nullptr);
+    }
+  });
   for (HANDLE source : own) DeregisterEventSource(source);
   DeregisterEventSource(shared);
 

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "n7utility/platform/base/ConcurrentRun_test.h"
 #include "n7utility/platform/kernel/KernelObjects.h"
 #include "n7utility/platform/kernel/Time.h"
 #include "n7utility/platform/system/RegistryFile_internal.h"
@@ -18,6 +19,8 @@
 
 namespace n7platform {
 namespace {
+
+using n7platform::test_support::RunConcurrently;
 
 using internal::Hive;
 
@@ -606,18 +609,13 @@ TEST_F(RegistryTest, ThreadsWriteOneKeyAtOnce) {
   Key key;
   ASSERT_EQ(Create(HKEY_LOCAL_MACHINE, L"Software\\Threads", key), 0);
   constexpr int kThreads = 4, kValues = 200;
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&key, t] {
-      for (int i = 0; i < kValues; ++i) {
-        const std::wstring name = std::to_wstring(t) + L"." + std::to_wstring(i);
-        EXPECT_EQ(SetNumber(key, name.c_str(), static_cast<DWORD>(i)), 0);
-        EXPECT_NE(GetText(key, name.c_str()), L"<missing>");
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  RunConcurrently(kThreads, [&key](int t) {
+    for (int i = 0; i < kValues; ++i) {
+      const std::wstring name = std::to_wstring(t) + L"." + std::to_wstring(i);
+      EXPECT_EQ(SetNumber(key, name.c_str(), static_cast<DWORD>(i)), 0);
+      EXPECT_NE(GetText(key, name.c_str()), L"<missing>");
+    }
+  });
   DWORD values = 0;
   ASSERT_EQ(RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values,
                              nullptr, nullptr, nullptr, nullptr),
