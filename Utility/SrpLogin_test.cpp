@@ -1,7 +1,6 @@
 // Whole SRP logins through the N7A functions, their refusals, and many logins at once.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "n7utility/core/testing_internal.h"
 #include "n7utility/core/text.h"
 #include "n7utility/n7crypto/key.h"
+#include "n7utility/n7crypto/key_test.h"
 #include "n7utility/n7crypto/srp.h"
 #include "n7utility/platform/base/ConcurrentRun_test.h"
 
@@ -22,14 +22,8 @@ using n7platform::test_support::RunConcurrently;
 using Bytes = std::vector<unsigned char>;
 using n7core::test_support::thrown_error;
 using n7crypto::Key;
-
-Bytes bytes_of(const Key& key) { return Bytes(key.data(), key.data() + key.size()); }
-
-Key key_of(const Bytes& bytes) {
-  Key key(bytes.size());
-  std::copy(bytes.begin(), bytes.end(), key.data());
-  return key;
-}
+using n7crypto::test_support::bytes_of;
+using n7crypto::test_support::key_of;
 
 // Both sides of one login, as the values travel between them.
 struct Login {

@@ -12,12 +12,15 @@
 #include <vector>
 
 #include "n7utility/core/testing_internal.h"
+#include "n7utility/n7crypto/key_test.h"
 
 namespace n7crypto {
 namespace {
 
 using n7core::test_support::thrown_error;
 using Bytes = std::vector<unsigned char>;
+using test_support::bytes_of;
+using test_support::key_of;
 
 Bytes from_hex(std::string_view text) {
   Bytes bytes;
@@ -29,14 +32,6 @@ Bytes from_hex(std::string_view text) {
     bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
   }
   return bytes;
-}
-
-Bytes bytes_of(const Key& key) { return Bytes(key.data(), key.data() + key.size()); }
-
-Key key_of(const Bytes& bytes) {
-  Key key(bytes.size());
-  std::memcpy(key.data(), bytes.data(), bytes.size());
-  return key;
 }
 
 // Hands out given bytes, so that a login's secrets a and b are known in advance.
